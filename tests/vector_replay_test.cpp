@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Copyright (c) 2026, the mp4vdec authors
+#include "vector_replay.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <ostream>
+
+namespace mp4v::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kVectors = std::string(MP4VDEC_TEST_DATA_DIR) + "/vectors/";
+
+// "folder/name" of every case.
+std::vector<std::string> FindCases() {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::recursive_directory_iterator(kVectors)) {
+        if (entry.path().extension() == ".case") {
+            names.push_back(entry.path().parent_path().filename().string() + "/" + entry.path().stem().string());
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Cases that are known to disagree, with the reason: "folder/name reason" per line.
+std::map<std::string, std::string> FindDisputed() {
+    std::map<std::string, std::string> disputed;
+    for (const std::string& line : ReadLines(kVectors + "DISPUTED")) {
+        if (!line.empty() && line[0] != '#') {
+            const size_t space = line.find(' ');
+            disputed[line.substr(0, space)] = space == std::string::npos ? "" : line.substr(space + 1);
+        }
+    }
+    return disputed;
+}
+
+class VectorReplay : public testing::TestWithParam<std::string> {};
+
+TEST_P(VectorReplay, GivesTheRecordedResults) {
+    const std::string path = kVectors + GetParam();
+    VectorCase vector;
+    std::string error;
+    ASSERT_TRUE(ParseCase(ReadFile(path + ".case"), &vector, &error)) << error;
+    const std::vector<std::string> expected = ReadLines(path + ".expect");
+    ASSERT_EQ(expected.size(), vector.chunks.size() + 1);
+
+    const ReplayResult result = Replay({ptVidDec_MPEG4->ptFuncs, Mp4vPreDecBs}, vector);
+    const std::string difference = Compare(result, expected);
+    const auto disputed = FindDisputed();
+    if (const auto found = disputed.find(GetParam()); found != disputed.end()) {
+        EXPECT_TRUE(result.problems.empty()) << difference;
+        EXPECT_NE(difference, "") << "it agrees: take it off the list of disputed cases";
+        GTEST_SKIP() << "disputed: " << found->second;
+    }
+    if (!difference.empty()) {
+        FAIL() << GetParam() << ", " << difference;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Vectors, VectorReplay, testing::ValuesIn(FindCases()), [](const auto& test) {
+    std::string name = test.param;
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char c) { return !std::isalnum(c); }, '_');
+    return name;
+});
+
+TEST(VectorFiles, AreAllThere) {
+    std::map<std::string, int> count;
+    for (const std::string& name : FindCases()) {
+        count[name.substr(0, name.find('/'))]++;
+    }
+    const std::map<std::string, int> want = {{"basics", 24}, {"damage", 120},    {"headers", 60},
+                                             {"inter", 60},  {"interlaced", 60}, {"intra", 60},
+                                             {"output", 60}, {"qpel", 60},       {"wild", 120}};
+    EXPECT_EQ(count, want);
+}
+
+TEST(VectorFiles, DisputedCasesExistAndHaveAReason) {
+    const std::vector<std::string> names = FindCases();
+    for (const auto& [name, reason] : FindDisputed()) {
+        EXPECT_TRUE(std::find(names.begin(), names.end(), name) != names.end()) << name;
+        EXPECT_NE(reason, "") << name;
+    }
+}
+
+TEST(VectorFiles, AHalfCaseIsRefused) {
+    const std::vector<uint8_t> bytes = ReadFile(kVectors + "basics/flags.case");
+    VectorCase vector;
+    std::string error;
+    ASSERT_TRUE(ParseCase(bytes, &vector, &error)) << error;
+    for (size_t length = 0; length < bytes.size(); length++) {
+        ASSERT_FALSE(ParseCase({bytes.data(), length}, &vector, &error)) << length;
+    }
+    std::vector<uint8_t> longer = bytes;
+    longer.push_back(0);
+    EXPECT_FALSE(ParseCase(longer, &vector, &error));
+}
+
+TEST(Fnv1a64, GivesThePublishedValues) {
+    const uint8_t foobar[] = {'f', 'o', 'o', 'b', 'a', 'r'};
+    EXPECT_EQ(Fnv1a64({}), 0xcbf29ce484222325u);
+    EXPECT_EQ(Fnv1a64({foobar, 1}), 0xaf63db4c8601ead9u);
+    EXPECT_EQ(Fnv1a64({foobar, 6}), 0x85944171f73967e8u);
+}
+
+ReplayResult TwoMacroblocks() {
+    ReplayResult result;
+    result.lines.push_back(
+        {"open width=32 height=16 status=00000000", std::vector<uint8_t>(32 * 16 * 3 / 2), 32, 16, true});
+    return result;
+}
+
+TEST(CompareVectors, SaysNothingWhenAllAgrees) {
+    const ReplayResult result = TwoMacroblocks();
+    const std::string digests = MacroblockDigests(result.lines[0].buffer, 32, 16);
+    EXPECT_EQ(digests.size(), 8u);
+    EXPECT_EQ(Compare(result, {result.lines[0].text}), "");
+    EXPECT_EQ(Compare(result, {result.lines[0].text + " mb=" + digests}), "");
+}
+
+TEST(CompareVectors, PointsAtTheFirstDifferingMacroblock) {
+    ReplayResult result = TwoMacroblocks();
+    const std::string expected = result.lines[0].text + " mb=" + MacroblockDigests(result.lines[0].buffer, 32, 16);
+    result.lines[0].buffer[32 * 16 + 8] = 1;  // U of the right one
+    EXPECT_NE(Compare(result, {expected}).find("macroblock 1 (column 1, row 0), 1 macroblocks differ"),
+              std::string::npos);
+}
+
+TEST(CompareVectors, SeesAnotherStatusAMissingLineAndASurplusLine) {
+    const ReplayResult result = TwoMacroblocks();
+    const std::string line = result.lines[0].text;
+    EXPECT_NE(Compare(result, {"open width=32 height=16 status=00000001"}), "");
+    EXPECT_NE(Compare(result, {line, line}), "");
+    EXPECT_NE(Compare(result, {}), "");
+}
+
+TEST(CompareVectors, ReportsProblemsEvenWhenAllLinesAgree) {
+    ReplayResult result = TwoMacroblocks();
+    result.problems.push_back("written in front of the picture");
+    EXPECT_EQ(Compare(result, {result.lines[0].text}), "written in front of the picture");
+}
+
+// ---- The replay itself must notice what a decoder may not do. A stand-in decoder misbehaves in one way at a time.
+
+struct Misbehaviour {
+    bool read_behind_tail = false;
+    bool write_behind_picture = false;
+    bool write_before_picture = false;
+    bool write_chunk = false;
+    bool leak = false;
+    bool overrun_allocation = false;
+};
+Misbehaviour g_misbehaviour;
+uint8_t* g_allocation;
+void* g_context;
+volatile uint8_t g_sink;
+
+uint32_t StandInOpen(void** handle, const Mp4vDecOpenParams*, void* context) {
+    g_context = context;
+    g_allocation = static_cast<uint8_t*>(VideoMemMalloc_c(context, 20, 16, -38, "", 1));
+    *handle = g_allocation;
+    return 0;
+}
+
+uint32_t StandInProcess(void*, const Mp4vDecInArgs* in, Mp4vDecOutArgs* out) {
+    const size_t picture = 16 * 16 * 3 / 2;
+    g_sink = in->pu8Buf[in->u32BufLen + 7];
+    if (g_misbehaviour.read_behind_tail) {
+        g_sink = in->pu8Buf[in->u32BufLen + 8];
+    }
+    if (g_misbehaviour.write_behind_picture) {
+        out->pu8Dst[picture] = 1;
+    }
+    if (g_misbehaviour.write_before_picture) {
+        out->pu8Dst[-1] = 1;
+    }
+    if (g_misbehaviour.write_chunk) {
+        const_cast<uint8_t*>(in->pu8Buf)[0] = 1;
+    }
+    if (g_misbehaviour.overrun_allocation) {
+        g_allocation[20] = 1;
+    }
+    out->pu8Dst[picture - 1] = 1;
+    return 7;
+}
+
+uint32_t StandInClose(void*) {
+    if (!g_misbehaviour.leak) {
+        VideoMemFree_c(g_context, g_allocation, -38, "", 2);
+    }
+    return 0;
+}
+
+ReplayResult ReplayStandIn(const Misbehaviour& misbehaviour) {
+    g_misbehaviour = misbehaviour;
+    VidDecFuncs functions = {};
+    functions.pfOpen = StandInOpen;
+    functions.pfProcess = StandInProcess;
+    functions.pfClose = StandInClose;
+    VectorCase vector;
+    vector.open_width = 16;
+    vector.open_height = 16;
+    vector.chunks.resize(1);
+    vector.chunks[0].data = {0, 0, 1};
+    return Replay({&functions, nullptr}, vector);
+}
+
+TEST(ReplayHost, FindsNothingWrongWithAGoodDecoder) {
+    const ReplayResult result = ReplayStandIn({});
+    EXPECT_TRUE(result.problems.empty()) << result.problems.front();
+    ASSERT_EQ(result.lines.size(), 2u);
+    EXPECT_EQ(result.lines[1].text.substr(0, 60), "0 process status=00000007 width=dddddddd height=dddddddd typ");
+    EXPECT_EQ(result.lines[1].buffer.front(), 0xA5);
+    EXPECT_EQ(result.lines[1].buffer.back(), 1);
+}
+
+TEST(ReplayHost, NoticesAWriteInFrontOfThePicture) {
+    EXPECT_EQ(ReplayStandIn({.write_before_picture = true}).problems.size(), 1u);
+}
+
+TEST(ReplayHost, NoticesALeak) {
+    EXPECT_EQ(ReplayStandIn({.leak = true}).problems.size(), 1u);
+}
+
+TEST(ReplayHost, NoticesAWriteBehindAnAllocation) {
+    EXPECT_EQ(ReplayStandIn({.overrun_allocation = true}).problems.size(), 1u);
+}
+
+#ifndef MP4VDEC_TEST_SANITIZED
+TEST(ReplayHost, NoticesAReadBehindTheChunksTail) {
+    EXPECT_EQ(ReplayStandIn({.read_behind_tail = true}).problems.size(), 1u);
+}
+
+TEST(ReplayHost, NoticesAWriteBehindThePicture) {
+    EXPECT_EQ(ReplayStandIn({.write_behind_picture = true}).problems.size(), 1u);
+}
+
+TEST(ReplayHost, NoticesAWriteIntoTheChunk) {
+    EXPECT_EQ(ReplayStandIn({.write_chunk = true}).problems.size(), 1u);
+}
+#endif
+
+}  // namespace
+}  // namespace mp4v::test
