@@ -34,43 +34,43 @@ extern "C" {
 #define MP4VDEC_OK UINT32_C(0)
 #define MP4VDEC_END_OF_STREAM UINT32_C(1) /**< Mp4vDecoderProcess() was told that no data follow */
 
-#define ERR_VID_MPEG4DEC_START_VALUE UINT32_C(0xA2C00000)           /**< table start, never returned */
-#define ERR_VID_MPEG4DEC_OPEN_INPUT_POINT UINT32_C(0xA2C00001)      /**< null argument to open */
-#define ERR_VID_MPEG4DEC_PROC_INPUT_POINT UINT32_C(0xA2C00002)      /**< null argument to process */
-#define ERR_VID_MPEG4DEC_CLOSE_INPUT_POINT UINT32_C(0xA2C00003)     /**< null handle to close */
-#define ERR_VID_MPEG4DEC_SETPARAM_INPUT_POINT UINT32_C(0xA2C00004)  /**< never returned */
-#define ERR_VID_MPEG4DEC_GETSTATUS_INPUT_POINT UINT32_C(0xA2C00005) /**< null argument to get-status */
+#define ERR_VID_MPEG4DEC_START_VALUE UINT32_C(0xA2C00000)            /**< table start, never returned */
+#define ERR_VID_MPEG4DEC_OPEN_INPUT_POINT UINT32_C(0xA2C00001)       /**< null argument to open */
+#define ERR_VID_MPEG4DEC_PROC_INPUT_POINT UINT32_C(0xA2C00002)       /**< null argument to process */
+#define ERR_VID_MPEG4DEC_CLOSE_INPUT_POINT UINT32_C(0xA2C00003)      /**< null handle to close */
+#define ERR_VID_MPEG4DEC_SETPARAM_INPUT_POINT UINT32_C(0xA2C00004)   /**< never returned */
+#define ERR_VID_MPEG4DEC_GETSTATUS_INPUT_POINT UINT32_C(0xA2C00005)  /**< null argument to get-status */
 #define ERR_VID_MPEG4DEC_GETMEMSIZE_INPUT_POINT UINT32_C(0xA2C00006) /**< null argument to get-mem-size */
-#define ERR_VID_MPEG4DEC_MALLOC_DEC_HANDLE UINT32_C(0xA2C00007)     /**< no memory for the instance */
-#define ERR_VID_MPEG4DEC_MALLOC_DEC_VOP UINT32_C(0xA2C00008)        /**< no memory for a frame (internal) */
-#define ERR_VID_MPEG4DEC_MALLOC_CUR_FRAME UINT32_C(0xA2C00009)      /**< no memory for the current frame */
-#define ERR_VID_MPEG4DEC_MALLOC_REF_FRAME UINT32_C(0xA2C0000A)      /**< no memory for the reference frame */
-#define ERR_VID_MPEG4DEC_MALLOC_MB_BUF UINT32_C(0xA2C0000B)         /**< never returned */
-#define ERR_VID_MPEG4DEC_MALLOC_CTX_INFO UINT32_C(0xA2C0000C)       /**< no memory for macroblock records or scratch */
-#define ERR_VID_MPEG4DEC_MALLOC_QPEL_BUF UINT32_C(0xA2C0000D)       /**< no memory for the quarter-sample scratch */
-#define ERR_VID_MPEG4DEC_MALLOC_TRANS_BUF UINT32_C(0xA2C0000E)      /**< never returned */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_VOTYPEID UINT32_C(0xA2C0000F)    /**< video_object_type_indication not 0, 1 or 17 */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_SHAPE UINT32_C(0xA2C00010)       /**< grayscale shape */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_OBMC UINT32_C(0xA2C00011)        /**< overlapped block motion compensation */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_SPRITE UINT32_C(0xA2C00012)      /**< sprites or global motion compensation */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_COMPLXES UINT32_C(0xA2C00013)    /**< complexity estimation */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_RES UINT32_C(0xA2C00014)         /**< never returned */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_DP UINT32_C(0xA2C00015)          /**< data partitioning */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_RRVOP UINT32_C(0xA2C00016)       /**< reduced-resolution VOPs */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_SCALABLE UINT32_C(0xA2C00017)    /**< scalability */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_VSOTYPE UINT32_C(0xA2C00018)     /**< visual_object_type is not video */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_BFRAME UINT32_C(0xA2C00019)      /**< B- or S-VOP */
-#define ERR_VID_MPEG4DEC_OVER_MAXSUPPORT_SIZE UINT32_C(0xA2C0001A)  /**< picture above 1920 x 1088 */
-#define ERR_VID_MPEG4DEC_UNSUPPORT_VOPTYPE UINT32_C(0xA2C0001B)     /**< unknown picture type */
-#define ERR_VID_MPEG4DEC_USERDATA UINT32_C(0xA2C0001C)              /**< more than 128 bytes of user data in a chunk */
-#define ERR_VID_MPEG4DEC_TIMEBASE UINT32_C(0xA2C0001D)              /**< modulo_time_base above 128 */
-#define ERR_VID_MPEG4DEC_BITSTREAM UINT32_C(0xA2C0001E)             /**< the chunk ended too early */
-#define ERR_VID_MPEG4DEC_COEFF UINT32_C(0xA2C0001F)                 /**< bad coefficient or macroblock code */
-#define ERR_VID_MPEG4DEC_GET_VERSION UINT32_C(0xA2C00020)           /**< version buffer too small */
-#define ERR_VID_MPEG4DEC_OVER_INIT_SIZE UINT32_C(0xA2C00021)        /**< picture larger than the size at open */
-#define ERR_VID_MPEG4DEC_INI_WIDTH_HEIGHT UINT32_C(0xA2C00022)      /**< open size not a multiple of 16 x 8 */
-#define ERR_VID_MPEG4DEC_VOL_NOT_FOUND UINT32_C(0xA2C00023)         /**< no VOL header accepted yet */
-#define ERR_VID_MPEG4DEC_END_VALUE UINT32_C(0xA2C00024)             /**< table end; also: empty chunk */
+#define ERR_VID_MPEG4DEC_MALLOC_DEC_HANDLE UINT32_C(0xA2C00007)      /**< no memory for the instance */
+#define ERR_VID_MPEG4DEC_MALLOC_DEC_VOP UINT32_C(0xA2C00008)         /**< no memory for a frame (internal) */
+#define ERR_VID_MPEG4DEC_MALLOC_CUR_FRAME UINT32_C(0xA2C00009)       /**< no memory for the current frame */
+#define ERR_VID_MPEG4DEC_MALLOC_REF_FRAME UINT32_C(0xA2C0000A)       /**< no memory for the reference frame */
+#define ERR_VID_MPEG4DEC_MALLOC_MB_BUF UINT32_C(0xA2C0000B)          /**< never returned */
+#define ERR_VID_MPEG4DEC_MALLOC_CTX_INFO UINT32_C(0xA2C0000C)        /**< no memory for macroblock records or scratch */
+#define ERR_VID_MPEG4DEC_MALLOC_QPEL_BUF UINT32_C(0xA2C0000D)        /**< no memory for the quarter-sample scratch */
+#define ERR_VID_MPEG4DEC_MALLOC_TRANS_BUF UINT32_C(0xA2C0000E)       /**< never returned */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_VOTYPEID UINT32_C(0xA2C0000F)     /**< video_object_type_indication not 0, 1 or 17 */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_SHAPE UINT32_C(0xA2C00010)        /**< grayscale shape */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_OBMC UINT32_C(0xA2C00011)         /**< overlapped block motion compensation */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_SPRITE UINT32_C(0xA2C00012)       /**< sprites or global motion compensation */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_COMPLXES UINT32_C(0xA2C00013)     /**< complexity estimation */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_RES UINT32_C(0xA2C00014)          /**< never returned */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_DP UINT32_C(0xA2C00015)           /**< data partitioning */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_RRVOP UINT32_C(0xA2C00016)        /**< reduced-resolution VOPs */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_SCALABLE UINT32_C(0xA2C00017)     /**< scalability */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_VSOTYPE UINT32_C(0xA2C00018)      /**< visual_object_type is not video */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_BFRAME UINT32_C(0xA2C00019)       /**< B- or S-VOP */
+#define ERR_VID_MPEG4DEC_OVER_MAXSUPPORT_SIZE UINT32_C(0xA2C0001A)   /**< picture above 1920 x 1088 */
+#define ERR_VID_MPEG4DEC_UNSUPPORT_VOPTYPE UINT32_C(0xA2C0001B)      /**< unknown picture type */
+#define ERR_VID_MPEG4DEC_USERDATA UINT32_C(0xA2C0001C)               /**< more than 128 bytes of user data in a chunk */
+#define ERR_VID_MPEG4DEC_TIMEBASE UINT32_C(0xA2C0001D)               /**< modulo_time_base above 128 */
+#define ERR_VID_MPEG4DEC_BITSTREAM UINT32_C(0xA2C0001E)              /**< the chunk ended too early */
+#define ERR_VID_MPEG4DEC_COEFF UINT32_C(0xA2C0001F)                  /**< bad coefficient or macroblock code */
+#define ERR_VID_MPEG4DEC_GET_VERSION UINT32_C(0xA2C00020)            /**< version buffer too small */
+#define ERR_VID_MPEG4DEC_OVER_INIT_SIZE UINT32_C(0xA2C00021)         /**< picture larger than the size at open */
+#define ERR_VID_MPEG4DEC_INI_WIDTH_HEIGHT UINT32_C(0xA2C00022)       /**< open size not a multiple of 16 x 8 */
+#define ERR_VID_MPEG4DEC_VOL_NOT_FOUND UINT32_C(0xA2C00023)          /**< no VOL header accepted yet */
+#define ERR_VID_MPEG4DEC_END_VALUE UINT32_C(0xA2C00024)              /**< table end; also: empty chunk */
 
 #define MP4VDEC_ERROR_COUNT 37                            /**< names in the error table */
 #define MP4VDEC_ANALYZE_UNKNOWN_CODE UINT32_C(0xE0000001) /**< Mp4vDecoderAnalyzeErrorCode(): no such code */
@@ -102,11 +102,11 @@ typedef struct Mp4vDecOpenParams {
 
 /** One chunk: any headers, then at most one VOP. Read only. */
 typedef struct Mp4vDecInArgs {
-    const uint8_t* pu8Buf;  /**< first byte, any alignment; 8 readable bytes follow the last one */
-    uint32_t u32BufLen;     /**< bytes, at least 1 */
-    uint64_t u64TimeStamp;  /**< handed through */
-    uint8_t u8EndOfStream;  /**< 1: no more data; the chunk is not looked at */
-    uint32_t u32CtrlFlags;  /**< MP4VDEC_CTRL_* */
+    const uint8_t* pu8Buf; /**< first byte, any alignment; 8 readable bytes follow the last one */
+    uint32_t u32BufLen;    /**< bytes, at least 1 */
+    uint64_t u64TimeStamp; /**< handed through */
+    uint8_t u8EndOfStream; /**< 1: no more data; the chunk is not looked at */
+    uint32_t u32CtrlFlags; /**< MP4VDEC_CTRL_* */
 } Mp4vDecInArgs;
 
 /** What one Mp4vDecoderProcess() call delivers. `pu8Dst` is the caller's, the decoder writes the rest. */
@@ -141,8 +141,8 @@ typedef struct Mp4vDecStatus {
 
 /** List of extension records. */
 typedef struct Mp4vDecExtList {
-    uint32_t u32Magic;          /**< MP4VDEC_EXT_LIST_MAGIC */
-    int32_t s32Count;           /**< elements */
+    uint32_t u32Magic;           /**< MP4VDEC_EXT_LIST_MAGIC */
+    int32_t s32Count;            /**< elements */
     const uint32_t* pu32Records; /**< addresses of records in the low 4 GiB; 0 is skipped */
 } Mp4vDecExtList;
 

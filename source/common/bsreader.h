@@ -54,9 +54,7 @@ struct BsCursor {
     }
 
     // 1 <= n <= 32
-    MP4V_INLINE uint32_t Show(uint32_t u32Bits) const {
-        return (uint32_t)((u64Window << u32BitPos) >> (64 - u32Bits));
-    }
+    MP4V_INLINE uint32_t Show(uint32_t u32Bits) const { return (uint32_t)((u64Window << u32BitPos) >> (64 - u32Bits)); }
 
     // 0 <= n <= 32
     MP4V_INLINE void Skip(uint32_t u32Bits) {
@@ -119,9 +117,13 @@ static inline uint32_t BsRead(BsReader* ptBs, uint32_t u32Bits) {
     return u32Value;
 }
 
-static inline void BsByteAlign(BsReader* ptBs) { BsSkip(ptBs, (8 - ptBs->u32BitPos % 8) % 8); }
+static inline void BsByteAlign(BsReader* ptBs) {
+    BsSkip(ptBs, (8 - ptBs->u32BitPos % 8) % 8);
+}
 
 // True when the position stands on a start code (00 00 01 xx).
-static inline bool BsAtStartCode(const BsReader* ptBs) { return BsShow(ptBs, 32) >> 8 == 1; }
+static inline bool BsAtStartCode(const BsReader* ptBs) {
+    return BsShow(ptBs, 32) >> 8 == 1;
+}
 
 #endif  // MP4VDEC_SOURCE_COMMON_BSREADER_H_

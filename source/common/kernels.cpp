@@ -2,7 +2,9 @@
 // Copyright (c) 2026, the mp4vdec authors
 #include "common/kernels.h"
 
-int32_t emms_c(int32_t s32Value) { return s32Value; }
+int32_t emms_c(int32_t s32Value) {
+    return s32Value;
+}
 
 #define MP4V_TABLE_ENTRY(Name) decltype(Name) Name = Name##_c
 

@@ -44,9 +44,9 @@ MP4V_KERNEL Mp4vMemCopy *MemCopy8, *MemCopyAlign16;
 typedef void Mp4vMc16to8(uint8_t* pu8Dst, const int16_t* ps16Block, int32_t s32Pitch);
 MP4V_KERNEL Mp4vMc16to8 *McCopy16to8, *McAdd16to8;
 
-// ---- Quarter-sample passes: the 8-tap half-sample filter over s32Count rows (Horz) or columns (Vert) of 16 or 8 outputs
-// from 17 or 9 samples each, mirrored at both ends; Avg: then averaged with the sample before the half position, AvgUp: with
-// the one after it. u32Rounding as above. s32Count < 1 does nothing.
+// ---- Quarter-sample passes: the 8-tap half-sample filter over s32Count rows (Horz) or columns (Vert) of 16 or 8
+// outputs from 17 or 9 samples each, mirrored at both ends; Avg: then averaged with the sample before the half
+// position, AvgUp: with the one after it. u32Rounding as above. s32Count < 1 does nothing.
 typedef void Mp4vQpelPass(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Count, int32_t s32DstPitch,
                           int32_t s32SrcPitch, uint32_t u32Rounding);
 MP4V_KERNEL Mp4vQpelPass *HorzPass16, *HorzPassAvg16, *HorzPassAvgUp16, *HorzPass8, *HorzPassAvg8, *HorzPassAvgUp8;
@@ -62,8 +62,8 @@ MP4V_KERNEL void (*DequantMpegInter)(int16_t* ps16Dst, const int16_t* ps16Src, u
 MP4V_KERNEL void (*Idct8x8)(int16_t* ps16Block);
 // Transforms the block (through Idct8x8) and adds it to 8 x 8 samples, clipped. Initially Mp4DecAddiDCT8x8Stride_c.
 MP4V_KERNEL void (*AddIdct8x8)(int16_t* ps16Block, uint8_t* pu8Dst, int32_t s32Pitch);
-// The same for the coded blocks of a macroblock, packed at ps16Blocks. s32RowOffset: bytes from the upper to the lower luma
-// blocks. Uses the destination pointers of ptMb. Initially Mp4DecAddiDCT8x8Multi_c.
+// The same for the coded blocks of a macroblock, packed at ps16Blocks. s32RowOffset: bytes from the upper to the lower
+// luma blocks. Uses the destination pointers of ptMb. Initially Mp4DecAddiDCT8x8Multi_c.
 MP4V_KERNEL void (*AddIdct8x8Multi)(Mp4vMbScratch* ptMb, int16_t* ps16Blocks, uint32_t u32Cbp, int32_t s32RowOffset,
                                     int32_t s32LumaPitch, int32_t s32ChromaPitch);
 
@@ -84,11 +84,12 @@ typedef void Mp4vTranspose(uint8_t* pu8Dst, int32_t s32DstPitch, const uint8_t* 
 MP4V_KERNEL Mp4vTranspose *Mp4vDecTranspose8x8, *Mp4vDecTranspose16x16;
 
 // ---- Deinterlaces one macroblock into the output. Chroma pitches are half the given luma pitches.
-// Frame: the macroblock's rows alternate between the fields. Field: the macroblock holds 16 rows of the bottom field, pu8DstY/U/V
-// is the first odd output row and the top field already stands in the even output rows around it; s32DstPitch is twice the
-// picture pitch.
-typedef void Mp4vDeInterlaceMb(const uint8_t* pu8SrcY, const uint8_t* pu8SrcU, const uint8_t* pu8SrcV, int32_t s32SrcPitch,
-                               uint8_t* pu8DstY, uint8_t* pu8DstU, uint8_t* pu8DstV, int32_t s32DstPitch);
+// Frame: the macroblock's rows alternate between the fields. Field: the macroblock holds 16 rows of the bottom field,
+// pu8DstY/U/V is the first odd output row and the top field already stands in the even output rows around it;
+// s32DstPitch is twice the picture pitch.
+typedef void Mp4vDeInterlaceMb(const uint8_t* pu8SrcY, const uint8_t* pu8SrcU, const uint8_t* pu8SrcV,
+                               int32_t s32SrcPitch, uint8_t* pu8DstY, uint8_t* pu8DstU, uint8_t* pu8DstV,
+                               int32_t s32DstPitch);
 MP4V_KERNEL Mp4vDeInterlaceMb *DeInterlaceFrameMB, *DeInterlaceFieldMB;
 
 // ---- Called once per decoded or repeated picture. Initially emms_c, which returns its argument.
@@ -103,8 +104,10 @@ MP4VDEC_API Mp4vMemCopyStride MemCopyStride16x16_c, MemCopyStride16x8_c, MemCopy
 MP4VDEC_API Mp4vMemSet MP4DecMemSet_c;
 MP4VDEC_API Mp4vMemCopy MP4DecMemCopy_c;
 MP4VDEC_API Mp4vMc16to8 McCopy16to8_c, McAdd16to8_c;
-MP4VDEC_API Mp4vQpelPass HorzPass16_c, HorzPassAvg16_c, HorzPassAvgUp16_c, HorzPass8_c, HorzPassAvg8_c, HorzPassAvgUp8_c;
-MP4VDEC_API Mp4vQpelPass VertPass16_c, VertPassAvg16_c, VertPassAvgUp16_c, VertPass8_c, VertPassAvg8_c, VertPassAvgUp8_c;
+MP4VDEC_API Mp4vQpelPass HorzPass16_c, HorzPassAvg16_c, HorzPassAvgUp16_c, HorzPass8_c, HorzPassAvg8_c,
+    HorzPassAvgUp8_c;
+MP4VDEC_API Mp4vQpelPass VertPass16_c, VertPassAvg16_c, VertPassAvgUp16_c, VertPass8_c, VertPassAvg8_c,
+    VertPassAvgUp8_c;
 MP4VDEC_API Mp4vDequantIntra DequantH263Intra_c, DequantMpegIntra_c;
 MP4VDEC_API void DequantH263Inter_c(int16_t* ps16Dst, const int16_t* ps16Src, uint16_t u16Quant);
 MP4VDEC_API void DequantMpegInter_c(int16_t* ps16Dst, const int16_t* ps16Src, uint32_t u32Quant);
@@ -112,8 +115,8 @@ MP4VDEC_API void Mp4vDecIdct8x8_c(int16_t* ps16Block);
 MP4VDEC_API void Mp4vDecIdct8x8_simple1_c(int16_t* ps16Block);
 MP4VDEC_API void Mp4vDecIdct8x8Init_c(void);
 MP4VDEC_API void Mp4DecAddiDCT8x8Stride_c(int16_t* ps16Block, uint8_t* pu8Dst, int32_t s32Pitch);
-MP4VDEC_API void Mp4DecAddiDCT8x8Multi_c(Mp4vMbScratch* ptMb, int16_t* ps16Blocks, uint32_t u32Cbp, int32_t s32RowOffset,
-                                         int32_t s32LumaPitch, int32_t s32ChromaPitch);
+MP4VDEC_API void Mp4DecAddiDCT8x8Multi_c(Mp4vMbScratch* ptMb, int16_t* ps16Blocks, uint32_t u32Cbp,
+                                         int32_t s32RowOffset, int32_t s32LumaPitch, int32_t s32ChromaPitch);
 MP4VDEC_API void MPEG4DecGetMedian_c(const Mp4vMv* ptA, const Mp4vMv* ptB, const Mp4vMv* ptC, int32_t* ps32X,
                                      int32_t* ps32Y);
 MP4VDEC_API void VopOutput_c(const uint8_t* pu8Y, const uint8_t* pu8U, const uint8_t* pu8V, uint8_t* pu8Dst,

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Copyright (c) 2026, the mp4vdec authors
+
+#include "common/motion.h"
+
+#include "common/bsreader.h"
+#include "common/kernels.h"
+#include "common/vlc.h"
+
+namespace {
+
+// A shift by f_code - 1 takes its amount modulo 32, as processors do: f_code 0 shifts by 31.
+uint32_t ShiftByFcode(uint32_t u32Value, uint32_t u32Fcode) {
+    return u32Value << ((u32Fcode - 1) & 31);
+}
+
+int32_t Median(int32_t s32A, int32_t s32B, int32_t s32C) {
+    const int32_t s32Low = s32A < s32B ? s32A : s32B;
+    const int32_t s32High = s32A < s32B ? s32B : s32A;
+    return s32C < s32Low ? s32Low : s32C > s32High ? s32High : s32C;
+}
+
+constexpr Mp4vMv kZeroMv = {0, 0};
+
+// A neighbour's vector as macroblocks of interlaced VOLs see it. null: outside the picture.
+const Mp4vMv* FieldCandidate(const MbInfo* ptMb, uint32_t u32Block) {
+    if (!ptMb) return &kZeroMv;
+    return ptMb->u8FieldPred ? &ptMb->as32FieldAvgMv : &ptMb->as32Mv[u32Block];
+}
+
+}  // namespace
+
+int32_t DecMV_c(BsReader* ptBs, uint32_t u32Fcode) {
+    const int32_t s32Code = DecMvData_c(ptBs);
+    if (s32Code == 0 || u32Fcode == 1) return s32Code;
+    const uint32_t u32Residual = u32Fcode > 1 ? BsRead(ptBs, u32Fcode - 1) : 0;
+    const uint32_t u32Magnitude = ShiftByFcode((uint32_t)__builtin_abs(s32Code) - 1, u32Fcode) + u32Residual + 1;
+    return (int32_t)(s32Code > 0 ? u32Magnitude : 0 - u32Magnitude);
+}
+
+int32_t WrapMv(int32_t s32Value, uint32_t u32Fcode) {
+    const int32_t s32Low = (int32_t)(0 - ShiftByFcode(32, u32Fcode));
+    const int32_t s32High = (int32_t)(ShiftByFcode(32, u32Fcode) - 1);
+    const int32_t s32Range = (int32_t)ShiftByFcode(64, u32Fcode);
+    if (s32Value < s32Low) return s32Value + s32Range;
+    if (s32Value > s32High) return s32Value - s32Range;
+    return s32Value;
+}
+
+void MPEG4DecGetMedian_c(const Mp4vMv* ptA, const Mp4vMv* ptB, const Mp4vMv* ptC, int32_t* ps32X, int32_t* ps32Y) {
+    *ps32X = Median(ptA->s32X, ptB->s32X, ptC->s32X);
+    *ps32Y = Median(ptA->s32Y, ptB->s32Y, ptC->s32Y);
+}
+
+void GetPMV(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, uint32_t u32MbWidth, uint32_t u32Block,
+            int32_t* ps32X, int32_t* ps32Y) {
+    // The spare records around the picture hold zero vectors, as do intra and not-coded neighbours: no availability
+    // test.
+    const MbInfo* const ptCur = ptCtx->tMb.ptCurMbInfo;
+    const Mp4vMv* const ptCurMv = ptCur->as32Mv;
+    const Mp4vMv* const ptLeftMv = (ptCur - 1)->as32Mv;
+    if (u32Row == 0 && u32Block < 2) {
+        const Mp4vMv* const ptOnly = u32Block == 1 ? &ptCurMv[0] : u32Column == 0 ? &kZeroMv : &ptLeftMv[1];
+        *ps32X = ptOnly->s32X;
+        *ps32Y = ptOnly->s32Y;
+        return;
+    }
+    const Mp4vMv* const ptTopMv = (ptCur - (ptrdiff_t)u32MbWidth - 1)->as32Mv;
+    const Mp4vMv* const ptTopRightMv = (ptCur - (ptrdiff_t)u32MbWidth)->as32Mv;
+    switch (u32Block) {
+        case 0:
+            GetMedian(&ptLeftMv[1], &ptTopMv[2], &ptTopRightMv[2], ps32X, ps32Y);
+            break;
+        case 1:
+            GetMedian(&ptCurMv[0], &ptTopMv[3], &ptTopRightMv[2], ps32X, ps32Y);
+            break;
+        case 2:
+            GetMedian(&ptLeftMv[3], &ptCurMv[0], &ptCurMv[1], ps32X, ps32Y);
+            break;
+        default:
+            GetMedian(&ptCurMv[2], &ptCurMv[0], &ptCurMv[1], ps32X, ps32Y);
+            break;
+    }
+}
+
+void GetPmvField(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, uint32_t u32MbWidth, int32_t* ps32X,
+                 int32_t* ps32Y) {
+    const MbInfo* const ptCur = ptCtx->tMb.ptCurMbInfo;
+    const ptrdiff_t row = (ptrdiff_t)u32MbWidth + 1;
+    const MbInfo* const ptLeft = u32Column > 0 ? ptCur - 1 : nullptr;
+    const MbInfo* const ptTop = u32Row > 0 ? ptCur - row : nullptr;
+    const MbInfo* const ptTopRight = u32Row > 0 && u32Column + 1 < u32MbWidth ? ptCur - row + 1 : nullptr;
+    const Mp4vMv* const ptLeftMv = FieldCandidate(ptLeft, 1);
+    const Mp4vMv* const ptTopMv = FieldCandidate(ptTop, 2);
+    const Mp4vMv* const ptTopRightMv = FieldCandidate(ptTopRight, 2);
+    if (!ptTop) {  // then there is no top-right either
+        *ps32X = ptLeftMv->s32X;
+        *ps32Y = ptLeftMv->s32Y;
+    } else if (!ptLeft && !ptTopRight) {
+        *ps32X = ptTopMv->s32X;
+        *ps32Y = ptTopMv->s32Y;
+    } else {
+        GetMedian(ptLeftMv, ptTopMv, ptTopRightMv, ps32X, ps32Y);
+    }
+}

@@ -1,0 +1,319 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Copyright (c) 2026, the mp4vdec authors
+
+#include "common/predict.h"
+
+#include <string.h>
+
+#include "c/image.h"
+#include "common/kernels.h"
+#include "common/motion.h"
+#include "common/pvop.h"
+
+const uint32_t g_au32RoundTab[16] = {0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2};
+
+namespace {
+
+// A plane of the reference frame and the allocation that it lies in.
+struct RefPlane {
+    const uint8_t* pu8Plane;  // first sample inside the border
+    const uint8_t* pu8Base;
+    int64_t bytes;
+    int64_t stride;
+    int64_t width, height, border;  // samples
+};
+
+// Where a prediction comes from: the first sample's column and line, and the lines from one row to the next (2: a
+// field).
+struct RefPlace {
+    int64_t x, y, step;
+};
+
+constexpr int32_t kLocalPitch = 32;
+constexpr int kMaxBlock = 16;
+static_assert(kLocalPitch > kMaxBlock, "a block and one column more");
+
+int64_t Clamp(int64_t v, int64_t low, int64_t high) {
+    return v < low ? low : v > high ? high : v;
+}
+
+// The block at a place, with one column and one row more, lies inside the allocation.
+bool IsInside(const RefPlane& t, const RefPlace& p, int64_t columns, int64_t rows) {
+    const int64_t first = (t.pu8Plane - t.pu8Base) + p.y * t.stride + p.x;
+    return first >= 0 && first + rows * p.step * t.stride + columns < t.bytes;
+}
+
+// Copies a block with one column and one row more, sample by sample, at kLocalPitch.
+void FetchBlock(uint8_t* pu8Local, const RefPlane& t, const RefPlace& p, int64_t columns, int64_t rows) {
+    const int64_t origin = t.pu8Plane - t.pu8Base;
+    for (int64_t j = 0; j <= rows; j++) {
+        const int64_t line = p.y + j * p.step;
+        const int64_t near_line = Clamp(line, -t.border, t.height + t.border - 1);
+        for (int64_t i = 0; i <= columns; i++) {
+            const int64_t column = p.x + i;
+            const int64_t near_column = Clamp(column, -t.border, t.width + t.border - 1);
+            const int64_t literal = origin + line * t.stride + column;
+            const bool bInside = literal >= 0 && literal < t.bytes;
+            pu8Local[j * kLocalPitch + i] = t.pu8Base[bInside ? literal : origin + near_line * t.stride + near_column];
+        }
+    }
+}
+
+// Half-sample kernels of a block size. s32Phase: bit 1 the horizontal half, bit 0 the vertical half.
+struct HalfPel16x16 {
+    static constexpr int kColumns = 16, kRows = 16;
+    static void Run(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch, int32_t s32Phase, uint32_t u32Rounding) {
+        switch (s32Phase) {
+            case 0:
+                return MemCopy16x16(pu8Dst, pu8Src, s32Pitch);
+            case 1:
+                return Interpolate16x16V(pu8Dst, pu8Src, s32Pitch, u32Rounding);
+            case 2:
+                return Interpolate16x16H(pu8Dst, pu8Src, s32Pitch, u32Rounding);
+            default:
+                return Interpolate16x16HV(pu8Dst, pu8Src, s32Pitch, u32Rounding);
+        }
+    }
+};
+
+struct HalfPel8x8 {
+    static constexpr int kColumns = 8, kRows = 8;
+    static void Run(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch, int32_t s32Phase, uint32_t u32Rounding) {
+        switch (s32Phase) {
+            case 0:
+                return MemCopy8x8(pu8Dst, pu8Src, s32Pitch);
+            case 1:
+                return Interpolate8x8V(pu8Dst, pu8Src, s32Pitch, u32Rounding);
+            case 2:
+                return Interpolate8x8H(pu8Dst, pu8Src, s32Pitch, u32Rounding);
+            default:
+                return Interpolate8x8HV(pu8Dst, pu8Src, s32Pitch, u32Rounding);
+        }
+    }
+};
+
+struct HalfPel8x4 {
+    static constexpr int kColumns = 8, kRows = 4;
+    static void Run(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch, int32_t s32Phase, uint32_t u32Rounding) {
+        switch (s32Phase) {
+            case 0:
+                return MemCopy8x4(pu8Dst, pu8Src, s32Pitch);
+            case 1:
+                return Interpolate8x4V(pu8Dst, pu8Src, s32Pitch, u32Rounding);
+            case 2:
+                return Interpolate8x4H(pu8Dst, pu8Src, s32Pitch, u32Rounding);
+            default:
+                return Interpolate8x4HV(pu8Dst, pu8Src, s32Pitch, u32Rounding);
+        }
+    }
+};
+
+// The kernels have one pitch for source and destination, so a fetched block is predicted beside the picture.
+template <typename Kernels>
+__attribute__((noinline, cold)) void PredictHalfFetched(uint8_t* pu8Dst, const RefPlane& t, const RefPlace& p,
+                                                        int32_t s32Phase, uint32_t u32Rounding) {
+    uint8_t au8Src[(Kernels::kRows + 1) * kLocalPitch];
+    uint8_t au8Dst[Kernels::kRows * kLocalPitch];
+    FetchBlock(au8Src, t, p, Kernels::kColumns, Kernels::kRows);
+    Kernels::Run(au8Dst, au8Src, kLocalPitch, s32Phase, u32Rounding);
+    for (int j = 0; j < Kernels::kRows; j++) {
+        memcpy(pu8Dst + j * p.step * t.stride, au8Dst + j * kLocalPitch, Kernels::kColumns);
+    }
+}
+
+template <typename Kernels>
+void PredictHalf(uint8_t* pu8Dst, const RefPlane& t, const RefPlace& p, int32_t s32Phase, uint32_t u32Rounding) {
+    if (IsInside(t, p, Kernels::kColumns, Kernels::kRows)) {
+        Kernels::Run(pu8Dst, t.pu8Plane + p.y * t.stride + p.x, (int32_t)(p.step * t.stride), s32Phase, u32Rounding);
+    } else {
+        PredictHalfFetched<Kernels>(pu8Dst, t, p, s32Phase, u32Rounding);
+    }
+}
+
+// Both components of a half-sample vector as a kernel index.
+int32_t Phase(int32_t s32X, int32_t s32Y) {
+    return (s32X & 1) << 1 | (s32Y & 1);
+}
+
+// A frame-predicted block at (x, y) of the plane by a vector in half samples.
+template <typename Kernels>
+void PredictFrame(uint8_t* pu8Dst, const RefPlane& t, int64_t x, int64_t y, Mp4vMv tMv, uint32_t u32Rounding) {
+    const RefPlace tPlace = {x + (tMv.s32X >> 1), y + (tMv.s32Y >> 1), 1};
+    PredictHalf<Kernels>(pu8Dst, t, tPlace, Phase(tMv.s32X, tMv.s32Y), u32Rounding);
+}
+
+// ---- Quarter-sample luma
+
+typedef void QpelKernel(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Count, int32_t s32DstPitch,
+                        int32_t s32SrcPitch, uint32_t u32Rounding);
+
+// A 16 x 16 block at a fractional position, s32X, s32Y in [0, 3]. Both directions: first the rows into the scratch, one
+// more than the block has, then the columns.
+void QuarterPel16x16(uint8_t* pu8Dst, int32_t s32DstPitch, const uint8_t* pu8Src, int32_t s32SrcPitch,
+                     uint8_t* pu8Scratch, int32_t s32X, int32_t s32Y, uint32_t u32Rounding) {
+    QpelKernel* const pfHorz = s32X == 1 ? HorzPassAvg16 : s32X == 2 ? HorzPass16 : HorzPassAvgUp16;
+    QpelKernel* const pfVert = s32Y == 1 ? VertPassAvg16 : s32Y == 2 ? VertPass16 : VertPassAvgUp16;
+    if (s32Y == 0) {
+        pfHorz(pu8Dst, pu8Src, 16, s32DstPitch, s32SrcPitch, u32Rounding);
+    } else if (s32X == 0) {
+        pfVert(pu8Dst, pu8Src, 16, s32DstPitch, s32SrcPitch, u32Rounding);
+    } else {
+        pfHorz(pu8Scratch, pu8Src, 17, 16, s32SrcPitch, u32Rounding);
+        pfVert(pu8Dst, pu8Scratch, 16, s32DstPitch, 16, u32Rounding);
+    }
+}
+
+void PredictQuarter16x16(Mp4vDecCtx* ptCtx, const RefPlane& t, int32_t s32X, int32_t s32Y, Mp4vMv tMv) {
+    const int32_t s32AbsX = AddWrapping(tMv.s32X, 4 * s32X);
+    const int32_t s32AbsY = AddWrapping(tMv.s32Y, 4 * s32Y);
+    const RefPlace tPlace = {s32AbsX >> 2, s32AbsY >> 2, 1};
+    const int32_t s32PhaseX = tMv.s32X & 3;
+    const int32_t s32PhaseY = tMv.s32Y & 3;
+    uint8_t* const pu8Dst = ptCtx->tMb.pu8DstY;
+    const int32_t s32Pitch = (int32_t)t.stride;
+    if (s32PhaseX == 0 && s32PhaseY == 0) {
+        PredictHalf<HalfPel16x16>(pu8Dst, t, tPlace, 0, ptCtx->u32RoundingType);
+    } else if (IsInside(t, tPlace, 16, 16)) {
+        QuarterPel16x16(pu8Dst, s32Pitch, t.pu8Plane + tPlace.y * t.stride + tPlace.x, s32Pitch, ptCtx->pu8QpelBuf,
+                        s32PhaseX, s32PhaseY, ptCtx->u32RoundingType);
+    } else {
+        uint8_t au8Src[17 * kLocalPitch];
+        FetchBlock(au8Src, t, tPlace, 16, 16);
+        QuarterPel16x16(pu8Dst, s32Pitch, au8Src, kLocalPitch, ptCtx->pu8QpelBuf, s32PhaseX, s32PhaseY,
+                        ptCtx->u32RoundingType);
+    }
+}
+
+void PredictQuarter8x8(Mp4vDecCtx* ptCtx, uint8_t* pu8Dst, const RefPlane& t, int32_t s32X, int32_t s32Y, Mp4vMv tMv) {
+    const RefPlace tPlace = {AddWrapping(tMv.s32X, 4 * s32X) >> 2, AddWrapping(tMv.s32Y, 4 * s32Y) >> 2, 1};
+    if (IsInside(t, tPlace, 8, 8)) {
+        InterpolateQuarterPel8x8(pu8Dst, t.pu8Plane, ptCtx->pu8QpelBuf, s32X, s32Y, tMv.s32X, tMv.s32Y,
+                                 (int32_t)t.stride, ptCtx->u32RoundingType);
+        return;
+    }
+    uint8_t au8Src[9 * kLocalPitch];
+    uint8_t au8Dst[8 * kLocalPitch];
+    FetchBlock(au8Src, t, tPlace, 8, 8);
+    InterpolateQuarterPel8x8(au8Dst, au8Src, ptCtx->pu8QpelBuf, 0, 0, tMv.s32X & 3, tMv.s32Y & 3, kLocalPitch,
+                             ptCtx->u32RoundingType);
+    for (int j = 0; j < 8; j++) memcpy(pu8Dst + j * t.stride, au8Dst + j * kLocalPitch, 8);
+}
+
+// ---- Chroma vectors, in half samples of chroma (ISO/IEC 14496-2, 7.6.5)
+
+// Quarter positions go to the half position between.
+int32_t ChromaOfOne(int32_t s32Luma) {
+    return s32Luma & 3 ? s32Luma >> 1 | 1 : s32Luma / 2;
+}
+
+int32_t ChromaOfFour(int32_t s32Sum) {
+    const uint32_t u32Magnitude = s32Sum < 0 ? 0 - (uint32_t)s32Sum : (uint32_t)s32Sum;
+    const int32_t s32Chroma = (int32_t)(g_au32RoundTab[u32Magnitude & 15] + 2 * (u32Magnitude >> 4));
+    return s32Sum < 0 ? -s32Chroma : s32Chroma;
+}
+
+// u32Divide: 2 for vectors in quarter samples, truncated to half samples one by one.
+Mp4vMv SumOfFour(const Mp4vMv* ptMv, int32_t s32Divide) {
+    Mp4vMv tSum = {0, 0};
+    for (int b = 0; b < 4; b++) {
+        tSum.s32X = AddWrapping(tSum.s32X, ptMv[b].s32X / s32Divide);
+        tSum.s32Y = AddWrapping(tSum.s32Y, ptMv[b].s32Y / s32Divide);
+    }
+    return tSum;
+}
+
+Mp4vMv ChromaVector(const MbInfo& tInfo, int32_t s32Divide) {
+    if (tInfo.u8MbType == MB_INTER4V) {
+        const Mp4vMv tSum = SumOfFour(tInfo.as32Mv, s32Divide);
+        return {ChromaOfFour(tSum.s32X), ChromaOfFour(tSum.s32Y)};
+    }
+    return {ChromaOfOne(tInfo.as32Mv[0].s32X / s32Divide), ChromaOfOne(tInfo.as32Mv[0].s32Y / s32Divide)};
+}
+
+// ---- The macroblock
+
+struct RefPlanes {
+    RefPlane y, u, v;
+};
+
+RefPlanes FindPlanes(const Mp4vDecCtx* ptCtx) {
+    const VopFrame& tRef = ptCtx->tRefFrame;
+    const int64_t stride = (int64_t)ptCtx->u32LumaStride;
+    // The luma plane begins the allocation. That was made for the size at open, whatever the size is now.
+    const uint8_t* const pu8Base = tRef.pu8Y - kLumaBorder * stride - kLumaBorder;
+    const uint64_t u64OpenStride = (((uint64_t)ptCtx->u32OpenWidth + 15) & ~UINT64_C(15)) + 2 * kLumaBorder;
+    const uint64_t u64OpenHeight = (((uint64_t)ptCtx->u32OpenHeight + 15) & ~UINT64_C(15)) + 2 * kLumaBorder;
+    const int64_t bytes = (int64_t)FrameBytes(u64OpenStride, u64OpenHeight);
+    const int64_t width = (int64_t)ptCtx->u32MbWidth * 16;
+    const int64_t height = (int64_t)ptCtx->u32MbHeight * 16;
+    return {{tRef.pu8Y, pu8Base, bytes, stride, width, height, kLumaBorder},
+            {tRef.pu8U, pu8Base, bytes, stride / 2, width / 2, height / 2, kLumaBorder / 2},
+            {tRef.pu8V, pu8Base, bytes, stride / 2, width / 2, height / 2, kLumaBorder / 2}};
+}
+
+void PredictLuma(Mp4vDecCtx* ptCtx, const RefPlane& t, int32_t s32X, int32_t s32Y) {
+    const MbInfo& tInfo = *ptCtx->tMb.ptCurMbInfo;
+    const uint32_t u32Rounding = ptCtx->u32RoundingType;
+    uint8_t* const pu8Dst = ptCtx->tMb.pu8DstY;
+    if (tInfo.u8MbType != MB_INTER4V) {
+        if (ptCtx->u16QuarterSample) {
+            PredictQuarter16x16(ptCtx, t, s32X, s32Y, tInfo.as32Mv[0]);
+        } else {
+            PredictFrame<HalfPel16x16>(pu8Dst, t, s32X, s32Y, tInfo.as32Mv[0], u32Rounding);
+        }
+        return;
+    }
+    for (int32_t b = 0; b < 4; b++) {
+        const int32_t s32BlockX = 8 * (b & 1);
+        const int32_t s32BlockY = 8 * (b >> 1);
+        uint8_t* const pu8Block = pu8Dst + s32BlockX + s32BlockY * t.stride;
+        if (ptCtx->u16QuarterSample) {
+            PredictQuarter8x8(ptCtx, pu8Block, t, s32X + s32BlockX, s32Y + s32BlockY, tInfo.as32Mv[b]);
+        } else {
+            PredictFrame<HalfPel8x8>(pu8Block, t, s32X + s32BlockX, s32Y + s32BlockY, tInfo.as32Mv[b], u32Rounding);
+        }
+    }
+}
+
+// One field: 8 luma and 4 chroma lines from a field of the reference. Vectors are in half samples, also where other
+// macroblocks have quarter samples.
+void PredictField(const Mp4vDecCtx* ptCtx, const RefPlanes& t, uint32_t u32Column, uint32_t u32Row, int64_t field) {
+    const Mp4vMbScratch& tMb = ptCtx->tMb;
+    const MbInfo& tInfo = *tMb.ptCurMbInfo;
+    const Mp4vMv tMv = tInfo.as32Mv[field];
+    const int64_t from = field ? tMb.u8FwdBotFieldRef : tMb.u8FwdTopFieldRef;
+    const uint32_t u32Rounding = ptCtx->u32RoundingType;
+
+    RefPlace tLuma = {(int64_t)16 * u32Column + (tMv.s32X >> 1), from + 2 * ((int64_t)8 * u32Row + (tMv.s32Y >> 2)), 2};
+    const int32_t s32LumaPhase = Phase(tMv.s32X, tMv.s32Y >> 1);
+    for (int i = 0; i < 2; i++, tLuma.x += 8) {
+        PredictHalf<HalfPel8x8>(tMb.pu8DstY + field * t.y.stride + 8 * i, t.y, tLuma, s32LumaPhase, u32Rounding);
+    }
+
+    Mp4vMv tChromaMv = {ChromaOfOne(tMv.s32X), ChromaOfOne(tMv.s32Y)};
+    if (tInfo.u8MbType == MB_INTER4V) tChromaMv = ChromaVector(tInfo, 1);
+    tChromaMv.s32Y = tChromaMv.s32Y >> 1 | (tChromaMv.s32Y & 1);  // half positions stay half positions of the field
+    const RefPlace tChroma = {(int64_t)8 * u32Column + (tChromaMv.s32X >> 1),
+                              from + 2 * ((int64_t)4 * u32Row + (tChromaMv.s32Y >> 1)), 2};
+    const int32_t s32ChromaPhase = Phase(tChromaMv.s32X, tChromaMv.s32Y);
+    PredictHalf<HalfPel8x4>(tMb.pu8DstU + field * t.u.stride, t.u, tChroma, s32ChromaPhase, u32Rounding);
+    PredictHalf<HalfPel8x4>(tMb.pu8DstV + field * t.v.stride, t.v, tChroma, s32ChromaPhase, u32Rounding);
+}
+
+}  // namespace
+
+void PredictInterMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    const Mp4vMbScratch& tMb = ptCtx->tMb;
+    const RefPlanes tPlanes = FindPlanes(ptCtx);
+    if (tMb.ptCurMbInfo->u8FieldPred) {
+        PredictField(ptCtx, tPlanes, u32Column, u32Row, 0);
+        PredictField(ptCtx, tPlanes, u32Column, u32Row, 1);
+        return;
+    }
+    PredictLuma(ptCtx, tPlanes.y, (int32_t)(16 * u32Column), (int32_t)(16 * u32Row));
+    const Mp4vMv tChroma = ChromaVector(*tMb.ptCurMbInfo, ptCtx->u16QuarterSample ? 2 : 1);
+    const int64_t x = (int64_t)8 * u32Column;
+    const int64_t y = (int64_t)8 * u32Row;
+    PredictFrame<HalfPel8x8>(tMb.pu8DstU, tPlanes.u, x, y, tChroma, ptCtx->u32RoundingType);
+    PredictFrame<HalfPel8x8>(tMb.pu8DstV, tPlanes.v, x, y, tChroma, ptCtx->u32RoundingType);
+}

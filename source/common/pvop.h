@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Copyright (c) 2026, the mp4vdec authors
+
+// Predicted pictures: the macroblock header, the prediction and the loop.
+#ifndef MP4VDEC_SOURCE_COMMON_PVOP_H_
+#define MP4VDEC_SOURCE_COMMON_PVOP_H_
+
+#include "common/context.h"
+
+enum : uint32_t {
+    kMbHeaderDecoded = 0,
+    kMbHeaderStuffing = 1,
+    kMbHeaderInvalid = 2,
+};
+
+extern "C" {
+
+// Sixteenths of a sample to half samples, for the chroma vector of four luma vectors (ISO/IEC 14496-2, 7.6.5).
+extern const uint32_t g_au32RoundTab[16];
+
+// Decodes what precedes the blocks of the current macroblock. ptMb: &ptCtx->tMb.
+MP4VDEC_API uint32_t DecMBInfo(Mp4vDecCtx* ptCtx, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row);
+
+// Decodes a P-VOP behind its header; arguments and result as of IVopDecode.
+MP4VDEC_API uint32_t PVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags);
+}
+
+#endif  // MP4VDEC_SOURCE_COMMON_PVOP_H_
