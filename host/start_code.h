@@ -12,9 +12,11 @@
 namespace mp4v {
 
 // Last bytes of start codes, ISO/IEC 14496-2 table 6-3.
+constexpr uint8_t kSequenceCode = 0xB0;
 constexpr uint8_t kEndOfSequenceCode = 0xB1;
 constexpr uint8_t kUserDataCode = 0xB2;
 constexpr uint8_t kGroupOfVopCode = 0xB3;
+constexpr uint8_t kVisualObjectCode = 0xB5;
 constexpr uint8_t kVopCode = 0xB6;
 
 constexpr bool IsVolCode(uint8_t code) {

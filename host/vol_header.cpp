@@ -87,17 +87,48 @@ uint32_t ReadGroupSeconds(std::span<const uint8_t> chunk, size_t position) {
     return (hours * 60 + minutes) * 60 + bits.Read(6);
 }
 
-// Takes note of the header at `position`; returns where the next start code may be.
-size_t ReadHeader(std::span<const uint8_t> chunk, size_t position, ChunkHeaders& headers) {
-    const uint8_t code = chunk[position + 3];
-    if (code == kUserDataCode) headers.has_user_data = true;
-    if (code == kGroupOfVopCode) headers.group_seconds = ReadGroupSeconds(chunk, position);
-    if (!IsVolCode(code)) return position + kStartCodeSize;
+size_t NextByte(const BitCursor& bits) {
+    return (bits.position() + 7) / 8;
+}
+
+size_t EndOfVisualObject(BitCursor bits) {
+    if (bits.ReadFlag()) bits.Skip(4 + 3);  // visual_object_verid, visual_object_priority
+    bits.Skip(4);                           // visual_object_type
+    if (bits.ReadFlag()) {                  // video_signal_type
+        bits.Skip(3 + 1);
+        if (bits.ReadFlag()) bits.Skip(3 * 8);  // colour_description
+    }
+    return NextByte(bits);
+}
+
+size_t ReadVolAt(std::span<const uint8_t> chunk, size_t position, ChunkHeaders& headers) {
     BitCursor bits(chunk, position + kStartCodeSize);
     VolHeader vol = ReadVol(bits);
     vol.position = position;
     if (!bits.overrun() && headers.vols.size() < kMaxVols) headers.vols.push_back(vol);
-    return (bits.position() + 7) / 8;
+    return NextByte(bits);
+}
+
+// Takes note of the header at `position`; returns where the next start code may be. Like the decoder, it does not look
+// for start codes among the fields of a header.
+size_t ReadHeader(std::span<const uint8_t> chunk, size_t position, ChunkHeaders& headers) {
+    const uint8_t code = chunk[position + 3];
+    const size_t fields = position + kStartCodeSize;
+    if (IsVolCode(code)) return ReadVolAt(chunk, position, headers);
+    switch (code) {
+        case kSequenceCode:
+            return fields + 1;  // profile_and_level_indication
+        case kVisualObjectCode:
+            return EndOfVisualObject(BitCursor(chunk, fields));
+        case kGroupOfVopCode:
+            headers.group_seconds = ReadGroupSeconds(chunk, position);
+            return fields + 3;  // 20 bits
+        case kUserDataCode:
+            headers.has_user_data = true;
+            return fields;
+        default:
+            return fields;
+    }
 }
 
 }  // namespace
