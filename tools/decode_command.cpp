@@ -1,0 +1,190 @@
+/* SPDX-License-Identifier: BSD-2-Clause
+ * Copyright (c) 2026, the mp4vdec authors */
+#include "tools/decode_command.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include "host/session.h"
+#include "mp4vdec.h"
+#include "tools/chunk_source.h"
+#include "tools/contact_sheet.h"
+#include "tools/exit_code.h"
+#include "tools/file.h"
+#include "tools/md5.h"
+#include "tools/progress.h"
+#include "tools/report.h"
+#include "tools/video_format.h"
+#include "tools/video_writer.h"
+
+namespace mp4v {
+namespace {
+
+constexpr int kHighThreshold = 30;
+constexpr uint32_t kDeblockAboveThirty = 3;
+
+std::string LowerExtension(const std::string& path) {
+    std::string extension = std::filesystem::path(path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension;
+}
+
+bool IsRaw(const DecodeOptions& options) {
+    return options.raw || LowerExtension(options.output) == ".yuv";
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+    if (a == "-" || b == "-") return false;
+    std::error_code error;
+    return std::filesystem::equivalent(a, b, error) && !error && std::filesystem::is_regular_file(a, error);
+}
+
+void CheckStandardOutput(const DecodeOptions& options) {
+    const int users = (options.output == "-") + (options.frame_md5 == "-") + options.md5;
+    if (users > 1) throw UsageError("only one of -o -, --framemd5 - and --md5 can have standard output");
+    if (options.contact_sheet == "-") throw UsageError("a contact sheet needs a file name");
+    if (options.output == "-" && isatty(STDOUT_FILENO)) {
+        throw UsageError("pictures are not written to a terminal; use a file name or a pipe");
+    }
+}
+
+void Check(const DecodeOptions& options) {
+    CheckStandardOutput(options);
+    for (const std::string& path : {options.output, options.frame_md5, options.contact_sheet}) {
+        if (!path.empty() && SameFile(options.input, path)) {
+            throw UsageError("'" + path + "' is the input; it is not overwritten");
+        }
+    }
+    if (options.output.empty() || options.output == "-" || options.raw) return;
+    const std::string extension = LowerExtension(options.output);
+    if (extension != ".y4m" && extension != ".yuv") {
+        throw UsageError("cannot tell the format of '" + options.output + "': end it in .y4m or .yuv, or give --raw");
+    }
+}
+
+std::unique_ptr<VideoWriter> MakeWriter(const DecodeOptions& options) {
+    if (options.output.empty()) return nullptr;
+    if (IsRaw(options)) return std::make_unique<RawWriter>(options.output);
+    return std::make_unique<Y4mWriter>(options.output);
+}
+
+SessionOptions MakeSessionOptions(const DecodeOptions& options) {
+    SessionOptions session;
+    if (options.deblock_threshold == kHighThreshold) session.control_flags = kDeblockAboveThirty;
+    return session;
+}
+
+// One run over a stream: what comes out of the session goes to everybody who asked for it.
+class DecodeRun {
+  public:
+    explicit DecodeRun(const DecodeOptions& options)
+        : options_(options),
+          source_(options.input),
+          session_(MakeSessionOptions(options)),
+          writer_(MakeWriter(options)),
+          progress_(options.quiet ? std::nullopt : source_.file().size()) {
+        if (!options.frame_md5.empty()) frame_md5_ = std::make_unique<OutputFile>(options.frame_md5);
+    }
+
+    int Run();
+
+  private:
+    void DecodeChunk(const Chunk& chunk);
+    void Deliver(const Chunk& chunk, const Picture& picture);
+    void Finish();
+    void PrintReport();
+    std::string InputName() const { return options_.input == "-" ? "standard input" : options_.input; }
+
+    const DecodeOptions& options_;
+    ChunkSource source_;
+    Session session_;
+    std::unique_ptr<VideoWriter> writer_;
+    std::unique_ptr<OutputFile> frame_md5_;
+    Md5 md5_;
+    ContactSheet sheet_;
+    Progress progress_;
+    Report report_;
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+int DecodeRun::Run() {
+    const char* const container = source_.container();
+    if (container && !options_.quiet) {
+        std::cerr << "note: " << InputName() << " is " << container
+                  << "; take the elementary stream out of it first.\n";
+    }
+    Chunk chunk;
+    while (!Interrupted() && source_.Next(chunk)) {
+        DecodeChunk(chunk);
+        progress_.Update(source_.bytes_read());
+    }
+    progress_.Finish();
+    Finish();
+    if (!options_.quiet) PrintReport();
+    if (Interrupted()) return kExitInterrupted;
+    return report_.good() ? kExitGood : kExitDamage;
+}
+
+void DecodeRun::DecodeChunk(const Chunk& chunk) {
+    const DecodeResult result = session_.Decode(chunk.data, chunk.offset);
+    if (result.has_picture) Deliver(chunk, result.picture);
+    report_.Add(chunk, result);
+}
+
+void DecodeRun::Deliver(const Chunk& chunk, const Picture& picture) {
+    if (writer_) {
+        const auto format = [&] {
+            const VolHeader* const layer = session_.layer();
+            return layer ? FormatOf(*layer, chunk, source_.ahead()) : VideoFormat{};
+        };
+        if (!writer_->Write(picture, format)) report_.CountLeftOut();
+    }
+    if (options_.md5) md5_.Add(picture);
+    if (frame_md5_) {
+        Md5 digest;
+        digest.Add(picture);
+        frame_md5_->Write(std::to_string(report_.pictures()) + " " + digest.Hex() + "\n");
+    }
+    if (!options_.contact_sheet.empty()) sheet_.Add(picture);
+}
+
+void DecodeRun::Finish() {
+    if (writer_) writer_->Close();
+    if (frame_md5_) frame_md5_->Close();
+    if (options_.md5) {
+        OutputFile out("-");
+        out.Write(md5_.Hex() + "\n");
+        out.Close();
+    }
+    if (!sheet_.empty()) WritePng(sheet_.Render(), options_.contact_sheet);
+}
+
+void DecodeRun::PrintReport() {
+    std::cerr << report_.Text(InputName(), std::chrono::steady_clock::now() - start_);
+    if (writer_ && writer_->files() > 1) {
+        std::cerr << "The picture size changes: the pictures are in " << writer_->files() << " files, "
+                  << options_.output << " to " << NumberedName(options_.output, writer_->files()) << ".\n";
+    } else if (options_.output == "-" && report_.left_out() > 0) {
+        std::cerr
+            << "The picture size changes, which Y4M on standard output cannot show; write to a file or use --raw.\n";
+    }
+    if (Interrupted()) std::cerr << "Interrupted; what is written is complete up to here.\n";
+}
+
+}  // namespace
+
+int Decode(const DecodeOptions& options) {
+    Check(options);
+    InstallSignalHandlers();
+    return DecodeRun(options).Run();
+}
+
+}  // namespace mp4v
