@@ -79,6 +79,8 @@ constexpr size_t CountUnused(const VlcTable<N>& tTable) {
 
 // ---- mcbpc
 
+constexpr int32_t kStuffing = 15;  // 7 in the three bits of a type
+
 // clang-format off
 
 constexpr McbpcCode kMcbpcIntraCodes[] = {
@@ -94,7 +96,7 @@ constexpr McbpcCode kMcbpcInterCodes[] = {
     {"010", MB_INTER4V, 0},    {"0000101", MB_INTER4V, 1},   {"0000100", MB_INTER4V, 2},   {"00000101", MB_INTER4V, 3},
     {"00011", MB_INTRA, 0},    {"00000100", MB_INTRA, 1},    {"00000011", MB_INTRA, 2},    {"0000011", MB_INTRA, 3},
     {"000100", MB_INTRA_Q, 0}, {"000000100", MB_INTRA_Q, 1}, {"000000011", MB_INTRA_Q, 2}, {"000000010", MB_INTRA_Q, 3},
-    {"000000001", MB_INVALID, 15},
+    {"000000001", kStuffing, 15},
 };
 
 // clang-format on
