@@ -1,0 +1,334 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Copyright (c) 2026, the mp4vdec authors
+
+// Eight 16-bit or sixteen 8-bit samples at a time.
+//
+// The types are compiler vectors: +, -, *, comparisons and the rest work lane by lane. The helpers below are what plain
+// operators cannot say well; each has an SSE2, a 64-bit Arm NEON and a plain body with the same results. Lane i is
+// element i in memory, whatever the byte order. Loads and stores take any alignment.
+//
+// Signed lanes must not overflow; where a sum wraps on purpose it is formed in unsigned lanes (AddWrap, SubWrap).
+#ifndef MP4VDEC_SOURCE_C_VEC_H_
+#define MP4VDEC_SOURCE_C_VEC_H_
+
+#include <stdint.h>
+#include <string.h>
+
+// MP4VDEC_PLAIN_VEC selects the plain bodies everywhere, so that they can be tested on any machine.
+#if !defined(MP4VDEC_PLAIN_VEC) && defined(__SSE2__)
+#include <emmintrin.h>
+#define MP4V_VEC_SSE2 1
+#elif !defined(MP4VDEC_PLAIN_VEC) && defined(__aarch64__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+#include <arm_neon.h>
+#define MP4V_VEC_NEON 1
+#endif
+
+#define MP4V_VEC static inline __attribute__((always_inline))
+
+typedef int16_t Vec8 __attribute__((vector_size(16)));
+typedef uint16_t Vec8u __attribute__((vector_size(16)));
+typedef uint8_t Bytes16 __attribute__((vector_size(16)));
+
+// ---- Loads and stores
+
+MP4V_VEC Vec8 LoadVec(const int16_t* ps16) {
+    Vec8 v;
+    memcpy(&v, ps16, 16);
+    return v;
+}
+
+MP4V_VEC void StoreVec(int16_t* ps16, Vec8 v) {
+    memcpy(ps16, &v, 16);
+}
+
+MP4V_VEC Bytes16 LoadBytes16(const uint8_t* pu8) {
+    Bytes16 v;
+    memcpy(&v, pu8, 16);
+    return v;
+}
+
+MP4V_VEC void StoreBytes16(uint8_t* pu8, Bytes16 v) {
+    memcpy(pu8, &v, 16);
+}
+
+// Bytes 8..15 are 0.
+MP4V_VEC Bytes16 LoadBytes8(const uint8_t* pu8) {
+#if MP4V_VEC_SSE2
+    return (Bytes16)_mm_loadl_epi64(reinterpret_cast<const __m128i*>(pu8));
+#elif MP4V_VEC_NEON
+    return (Bytes16)vcombine_u8(vld1_u8(pu8), vcreate_u8(0));
+#else
+    Bytes16 v = {};
+    memcpy(&v, pu8, 8);
+    return v;
+#endif
+}
+
+// Stores bytes 0..7.
+MP4V_VEC void StoreBytes8(uint8_t* pu8, Bytes16 v) {
+#if MP4V_VEC_SSE2
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(pu8), (__m128i)v);
+#elif MP4V_VEC_NEON
+    vst1_u8(pu8, vget_low_u8((uint8x16_t)v));
+#else
+    memcpy(pu8, &v, 8);
+#endif
+}
+
+// ---- Between bytes and 16-bit lanes
+
+// Bytes kFirst .. kFirst + 7, kFirst <= 8, widened.
+template <int kFirst>
+MP4V_VEC Vec8 Widen(Bytes16 v) {
+#if MP4V_VEC_SSE2
+    return (Vec8)_mm_unpacklo_epi8(_mm_srli_si128((__m128i)v, kFirst), _mm_setzero_si128());
+#elif MP4V_VEC_NEON
+    return (Vec8)vmovl_u8(vget_low_u8(vextq_u8((uint8x16_t)v, (uint8x16_t)v, kFirst)));
+#else
+    Vec8 vWide = {};
+    for (int i = 0; i < 8; i++) vWide[i] = v[kFirst + i];
+    return vWide;
+#endif
+}
+
+MP4V_VEC Vec8 LoadU8(const uint8_t* pu8) {
+    return Widen<0>(LoadBytes8(pu8));
+}
+
+// Clips to [0, 255]: bytes 0..7 from vLow, 8..15 from vHigh.
+MP4V_VEC Bytes16 NarrowClip(Vec8 vLow, Vec8 vHigh) {
+#if MP4V_VEC_SSE2
+    return (Bytes16)_mm_packus_epi16((__m128i)vLow, (__m128i)vHigh);
+#elif MP4V_VEC_NEON
+    return (Bytes16)vcombine_u8(vqmovun_s16((int16x8_t)vLow), vqmovun_s16((int16x8_t)vHigh));
+#else
+    Bytes16 v = {};
+    for (int i = 0; i < 8; i++) {
+        v[i] = (uint8_t)(vLow[i] < 0 ? 0 : vLow[i] > 255 ? 255 : vLow[i]);
+        v[8 + i] = (uint8_t)(vHigh[i] < 0 ? 0 : vHigh[i] > 255 ? 255 : vHigh[i]);
+    }
+    return v;
+#endif
+}
+
+MP4V_VEC void StoreClipU8(uint8_t* pu8, Vec8 v) {
+    StoreBytes8(pu8, NarrowClip(v, v));
+}
+
+// ---- Arithmetic
+
+MP4V_VEC Vec8 AddWrap(Vec8 a, Vec8 b) {
+    return (Vec8)((Vec8u)a + (Vec8u)b);
+}
+MP4V_VEC Vec8 SubWrap(Vec8 a, Vec8 b) {
+    return (Vec8)((Vec8u)a - (Vec8u)b);
+}
+
+// Sums limited to [-32768, 32767].
+MP4V_VEC Vec8 AddSaturated(Vec8 a, Vec8 b) {
+#if MP4V_VEC_SSE2
+    return (Vec8)_mm_adds_epi16((__m128i)a, (__m128i)b);
+#elif MP4V_VEC_NEON
+    return (Vec8)vqaddq_s16((int16x8_t)a, (int16x8_t)b);
+#else
+    Vec8 v = {};
+    for (int i = 0; i < 8; i++) {
+        const int32_t s32Sum = a[i] + b[i];
+        v[i] = (int16_t)(s32Sum < INT16_MIN ? INT16_MIN : s32Sum > INT16_MAX ? INT16_MAX : s32Sum);
+    }
+    return v;
+#endif
+}
+
+MP4V_VEC Vec8 Min(Vec8 a, Vec8 b) {
+#if MP4V_VEC_SSE2
+    return (Vec8)_mm_min_epi16((__m128i)a, (__m128i)b);
+#elif MP4V_VEC_NEON
+    return (Vec8)vminq_s16((int16x8_t)a, (int16x8_t)b);
+#else
+    const Vec8 vLess = a < b;
+    return (a & vLess) | (b & ~vLess);
+#endif
+}
+
+MP4V_VEC Vec8 Max(Vec8 a, Vec8 b) {
+#if MP4V_VEC_SSE2
+    return (Vec8)_mm_max_epi16((__m128i)a, (__m128i)b);
+#elif MP4V_VEC_NEON
+    return (Vec8)vmaxq_s16((int16x8_t)a, (int16x8_t)b);
+#else
+    const Vec8 vLess = a < b;
+    return (b & vLess) | (a & ~vLess);
+#endif
+}
+
+// The high 16 bits of the unsigned products.
+MP4V_VEC Vec8u MulHigh(Vec8u a, Vec8u b) {
+#if MP4V_VEC_SSE2
+    return (Vec8u)_mm_mulhi_epu16((__m128i)a, (__m128i)b);
+#elif MP4V_VEC_NEON
+    const uint32x4_t vLow = vmull_u16(vget_low_u16((uint16x8_t)a), vget_low_u16((uint16x8_t)b));
+    const uint32x4_t vHigh = vmull_high_u16((uint16x8_t)a, (uint16x8_t)b);
+    return (Vec8u)vuzp2q_u16(vreinterpretq_u16_u32(vLow), vreinterpretq_u16_u32(vHigh));
+#else
+    Vec8u v = {};
+    for (int i = 0; i < 8; i++) v[i] = (uint16_t)((uint32_t)a[i] * b[i] >> 16);
+    return v;
+#endif
+}
+
+// a * kA + b * kB, limited to 16 bits. The exact sum must fit 32 bits.
+MP4V_VEC Vec8 MulAddSaturated(Vec8 a, int16_t s16A, Vec8 b, int16_t s16B) {
+#if MP4V_VEC_SSE2
+    const __m128i vFactors = _mm_set1_epi32((int32_t)((uint32_t)(uint16_t)s16B << 16 | (uint16_t)s16A));
+    const __m128i vLow = _mm_madd_epi16(_mm_unpacklo_epi16((__m128i)a, (__m128i)b), vFactors);
+    const __m128i vHigh = _mm_madd_epi16(_mm_unpackhi_epi16((__m128i)a, (__m128i)b), vFactors);
+    return (Vec8)_mm_packs_epi32(vLow, vHigh);
+#elif MP4V_VEC_NEON
+    const int16x8_t vA = (int16x8_t)a, vB = (int16x8_t)b;
+    const int32x4_t vLow = vmlal_n_s16(vmull_n_s16(vget_low_s16(vA), s16A), vget_low_s16(vB), s16B);
+    const int32x4_t vHigh = vmlal_high_n_s16(vmull_high_n_s16(vA, s16A), vB, s16B);
+    return (Vec8)vqmovn_high_s32(vqmovn_s32(vLow), vHigh);
+#else
+    Vec8 v = {};
+    for (int i = 0; i < 8; i++) {
+        const int32_t s32Sum = a[i] * s16A + b[i] * s16B;
+        v[i] = (int16_t)(s32Sum < INT16_MIN ? INT16_MIN : s32Sum > INT16_MAX ? INT16_MAX : s32Sum);
+    }
+    return v;
+#endif
+}
+
+// The low 16 bits of (a * kA + b * kB + 2^14) >> 15. The sum must fit 32 bits. kFits: the result is known to fit 16
+// bits.
+template <int32_t kA, int32_t kB, bool kFits>
+MP4V_VEC Vec8 MulAddRound15(Vec8 a, Vec8 b) {
+#if MP4V_VEC_SSE2
+    const __m128i vFactors = _mm_set1_epi32((int32_t)((uint32_t)(uint16_t)kB << 16 | (uint16_t)kA));
+    const __m128i vHalf = _mm_set1_epi32(1 << 14);
+    __m128i vLow = _mm_madd_epi16(_mm_unpacklo_epi16((__m128i)a, (__m128i)b), vFactors);
+    __m128i vHigh = _mm_madd_epi16(_mm_unpackhi_epi16((__m128i)a, (__m128i)b), vFactors);
+    vLow = _mm_add_epi32(vLow, vHalf);
+    vHigh = _mm_add_epi32(vHigh, vHalf);
+    if (kFits) return (Vec8)_mm_packs_epi32(_mm_srai_epi32(vLow, 15), _mm_srai_epi32(vHigh, 15));
+    // Pushing the top bit out first makes the saturating pack wrap.
+    vLow = _mm_srai_epi32(_mm_slli_epi32(vLow, 1), 16);
+    vHigh = _mm_srai_epi32(_mm_slli_epi32(vHigh, 1), 16);
+    return (Vec8)_mm_packs_epi32(vLow, vHigh);
+#elif MP4V_VEC_NEON
+    const int16x8_t vA = (int16x8_t)a, vB = (int16x8_t)b;
+    const int32x4_t vLow = vmlal_n_s16(vmull_n_s16(vget_low_s16(vA), kA), vget_low_s16(vB), kB);
+    const int32x4_t vHigh = vmlal_high_n_s16(vmull_high_n_s16(vA, kA), vB, kB);
+    return (Vec8)vrshrn_high_n_s32(vrshrn_n_s32(vLow, 15), vHigh, 15);
+#else
+    Vec8 v = {};
+    for (int i = 0; i < 8; i++) v[i] = (int16_t)((a[i] * kA + b[i] * kB + (1 << 14)) >> 15);
+    return v;
+#endif
+}
+
+// (a + b + 1) >> 1
+MP4V_VEC Bytes16 AverageUp(Bytes16 a, Bytes16 b) {
+#if MP4V_VEC_SSE2
+    return (Bytes16)_mm_avg_epu8((__m128i)a, (__m128i)b);
+#elif MP4V_VEC_NEON
+    return (Bytes16)vrhaddq_u8((uint8x16_t)a, (uint8x16_t)b);
+#else
+    return (a | b) - ((a ^ b) >> 1);
+#endif
+}
+
+// (a + b + 1 - vDown) >> 1, vDown 0 or 1 in every byte.
+MP4V_VEC Bytes16 Average(Bytes16 a, Bytes16 b, Bytes16 vDown) {
+    return AverageUp(a, b) - ((a ^ b) & vDown);
+}
+
+// Sum of |a - b| over the 16 bytes.
+MP4V_VEC uint32_t SumAbsDiff(Bytes16 a, Bytes16 b) {
+#if MP4V_VEC_SSE2
+    const __m128i vSums = _mm_sad_epu8((__m128i)a, (__m128i)b);
+    return (uint32_t)(_mm_cvtsi128_si32(vSums) + _mm_extract_epi16(vSums, 4));
+#elif MP4V_VEC_NEON
+    return vaddlvq_u8(vabdq_u8((uint8x16_t)a, (uint8x16_t)b));
+#else
+    uint32_t u32Sum = 0;
+    for (int i = 0; i < 16; i++) u32Sum += (uint32_t)(a[i] > b[i] ? a[i] - b[i] : b[i] - a[i]);
+    return u32Sum;
+#endif
+}
+
+// ---- Rearranging
+
+// Bytes 0..7 of vLow, then bytes 0..7 of vHigh.
+MP4V_VEC Bytes16 JoinLow(Bytes16 vLow, Bytes16 vHigh) {
+    return __builtin_shufflevector(vLow, vHigh, 0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23);
+}
+
+MP4V_VEC Bytes16 HighHalf(Bytes16 v) {
+    return __builtin_shufflevector(v, v, 8, 9, 10, 11, 12, 13, 14, 15, 8, 9, 10, 11, 12, 13, 14, 15);
+}
+
+// Interleave the low (high) halves of a and b by elements of 8, 16, 32 bits.
+MP4V_VEC Bytes16 ZipLow8(Bytes16 a, Bytes16 b) {
+    return __builtin_shufflevector(a, b, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+}
+MP4V_VEC Vec8 ZipLow16(Vec8 a, Vec8 b) {
+    return __builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11);
+}
+MP4V_VEC Vec8 ZipHigh16(Vec8 a, Vec8 b) {
+    return __builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15);
+}
+MP4V_VEC Vec8 ZipLow32(Vec8 a, Vec8 b) {
+    return __builtin_shufflevector(a, b, 0, 1, 8, 9, 2, 3, 10, 11);
+}
+MP4V_VEC Vec8 ZipHigh32(Vec8 a, Vec8 b) {
+    return __builtin_shufflevector(a, b, 4, 5, 12, 13, 6, 7, 14, 15);
+}
+MP4V_VEC Vec8 ZipLow64(Vec8 a, Vec8 b) {
+    return __builtin_shufflevector(a, b, 0, 1, 2, 3, 8, 9, 10, 11);
+}
+MP4V_VEC Vec8 ZipHigh64(Vec8 a, Vec8 b) {
+    return __builtin_shufflevector(a, b, 4, 5, 6, 7, 12, 13, 14, 15);
+}
+
+// Lane j of row i becomes lane i of row j.
+MP4V_VEC void Transpose8x8(Vec8 (&av)[8]) {
+    const Vec8 a0 = ZipLow16(av[0], av[1]), a1 = ZipHigh16(av[0], av[1]);
+    const Vec8 a2 = ZipLow16(av[2], av[3]), a3 = ZipHigh16(av[2], av[3]);
+    const Vec8 a4 = ZipLow16(av[4], av[5]), a5 = ZipHigh16(av[4], av[5]);
+    const Vec8 a6 = ZipLow16(av[6], av[7]), a7 = ZipHigh16(av[6], av[7]);
+    const Vec8 b0 = ZipLow32(a0, a2), b1 = ZipHigh32(a0, a2), b2 = ZipLow32(a1, a3), b3 = ZipHigh32(a1, a3);
+    const Vec8 b4 = ZipLow32(a4, a6), b5 = ZipHigh32(a4, a6), b6 = ZipLow32(a5, a7), b7 = ZipHigh32(a5, a7);
+    av[0] = ZipLow64(b0, b4), av[1] = ZipHigh64(b0, b4);
+    av[2] = ZipLow64(b1, b5), av[3] = ZipHigh64(b1, b5);
+    av[4] = ZipLow64(b2, b6), av[5] = ZipHigh64(b2, b6);
+    av[6] = ZipLow64(b3, b7), av[7] = ZipHigh64(b3, b7);
+}
+
+// The first eight bytes of a row s, with its start mirrored before it: s2 s1 s0 s0 s1 s2 s3 s4.
+MP4V_VEC Bytes16 MirrorStart(const uint8_t* pu8) {
+    const Bytes16 v = LoadBytes8(pu8);
+#if MP4V_VEC_NEON
+    return (Bytes16)vqtbl1q_u8((uint8x16_t)v, vcombine_u8(vcreate_u8(0x0403020100000102), vcreate_u8(0)));
+#elif MP4V_VEC_SSE2 && defined(__x86_64__)
+    const uint64_t u64 = (uint64_t)_mm_cvtsi128_si64((__m128i)v);
+    return (Bytes16)_mm_cvtsi64_si128((int64_t)(u64 << 24 | __builtin_bswap64(u64) >> 40));
+#else
+    return __builtin_shufflevector(v, v, 2, 1, 0, 0, 1, 2, 3, 4, 8, 8, 8, 8, 8, 8, 8, 8);
+#endif
+}
+
+// Eight bytes s0..s7 that end a row: s4 s5 s6 s7 s7 s6 s5 s4.
+MP4V_VEC Bytes16 MirrorEnd(const uint8_t* pu8) {
+    const Bytes16 v = LoadBytes8(pu8);
+#if MP4V_VEC_NEON
+    return (Bytes16)vqtbl1q_u8((uint8x16_t)v, vcombine_u8(vcreate_u8(0x0405060707060504), vcreate_u8(0)));
+#elif MP4V_VEC_SSE2 && defined(__x86_64__)
+    const uint64_t u64 = (uint64_t)_mm_cvtsi128_si64((__m128i)v) >> 32;
+    return (Bytes16)_mm_cvtsi64_si128((int64_t)(u64 | __builtin_bswap64(u64)));
+#else
+    return __builtin_shufflevector(v, v, 4, 5, 6, 7, 7, 6, 5, 4, 8, 8, 8, 8, 8, 8, 8, 8);
+#endif
+}
+
+#endif  // MP4VDEC_SOURCE_C_VEC_H_
