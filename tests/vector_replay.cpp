@@ -333,7 +333,7 @@ class Session {
                 Format("%zu %s status=%08x width=%x height=%x type=%x ready=%x time=%llx eos=%x buffer=%016llx", number,
                        chunk.headers_only ? "predec" : "process", status, out.u32Width, out.u32Height, out.u32PicType,
                        out.u32FrameReady, static_cast<unsigned long long>(out.u64TimeStamp), out.u8EndOfStream,
-                       static_cast<unsigned long long>(Fnv1a64(picture_.bytes()))));
+                       static_cast<unsigned long long>(Fnv1a64(picture_.bytes(), kBufferBasis))));
         return true;
     }
 
@@ -469,8 +469,8 @@ std::string Compare(const ReplayResult& result, const std::vector<std::string>& 
     return result.problems.empty() ? "" : result.problems.front();
 }
 
-uint64_t Fnv1a64(std::span<const uint8_t> bytes) {
-    uint64_t hash = 0xcbf29ce484222325;
+uint64_t Fnv1a64(std::span<const uint8_t> bytes, uint64_t basis) {
+    uint64_t hash = basis;
     for (const uint8_t byte : bytes) {
         hash = (hash ^ byte) * 0x100000001b3;
     }

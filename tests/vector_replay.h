@@ -63,7 +63,9 @@ ReplayResult Replay(const DecoderApi& api, const VectorCase& vector);
 // Empty when every line agrees and there were no problems; else says what differs first and where.
 std::string Compare(const ReplayResult& result, const std::vector<std::string>& expected);
 
-uint64_t Fnv1a64(std::span<const uint8_t> bytes);
+constexpr uint64_t kFnvBasis = 0xcbf29ce484222325;
+constexpr uint64_t kBufferBasis = 0x14650fb0739d0383;  // what the recorded buffer= values start from
+uint64_t Fnv1a64(std::span<const uint8_t> bytes, uint64_t basis = kFnvBasis);
 
 // Four hex digits per macroblock of a compact planar 4:2:0 picture.
 std::string MacroblockDigests(std::span<const uint8_t> picture, uint32_t width, uint32_t height);
