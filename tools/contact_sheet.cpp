@@ -75,7 +75,7 @@ void ContactSheet::Add(const Picture& picture) {
     if (seen_++ % stride_ != 0) return;
     thumbnails_.push_back(Thumbnail(picture, kCellWidth));
     if (thumbnails_.size() < 2 * kCells) return;
-    for (size_t i = 0; i < kCells; i++) thumbnails_[i] = std::move(thumbnails_[2 * i]);
+    for (size_t i = 1; i < kCells; i++) thumbnails_[i] = std::move(thumbnails_[2 * i]);
     thumbnails_.resize(kCells);
     stride_ *= 2;
 }

@@ -47,6 +47,12 @@ bool SameFile(const std::string& a, const std::string& b) {
     return std::filesystem::equivalent(a, b, error) && !error && std::filesystem::is_regular_file(a, error);
 }
 
+// Devices and pipes have names without an ending; they get Y4M, as standard output does.
+bool IsDevice(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::is_other(path, error);
+}
+
 void CheckStandardOutput(const DecodeOptions& options) {
     const int users = (options.output == "-") + (options.frame_md5 == "-") + options.md5;
     if (users > 1) throw UsageError("only one of -o -, --framemd5 - and --md5 can have standard output");
@@ -63,7 +69,7 @@ void Check(const DecodeOptions& options) {
             throw UsageError("'" + path + "' is the input; it is not overwritten");
         }
     }
-    if (options.output.empty() || options.output == "-" || options.raw) return;
+    if (options.output.empty() || options.output == "-" || options.raw || IsDevice(options.output)) return;
     const std::string extension = LowerExtension(options.output);
     if (extension != ".y4m" && extension != ".yuv") {
         throw UsageError("cannot tell the format of '" + options.output + "': end it in .y4m or .yuv, or give --raw");
