@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <random>
+#include <type_traits>
 #include <vector>
 
 namespace mp4v::test {
@@ -80,7 +81,7 @@ class GuardedBytes {
 template <typename T>
 class Replace {
   public:
-    Replace(T& variable, T value) : variable_(variable), saved_(variable) { variable = value; }
+    Replace(T& variable, std::type_identity_t<T> value) : variable_(variable), saved_(variable) { variable = value; }
     ~Replace() { variable_ = saved_; }
     Replace(const Replace&) = delete;
     Replace& operator=(const Replace&) = delete;
