@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: BSD-2-Clause
+// Copyright (c) 2026, the mp4vdec authors
+#include "c/vec.h"
+#include "common/kernels.h"
+
+// The step d across the edge is smoothed into a ramp of three rows on either side, unless it is so high that it must
+// belong to the picture.
+void Deblock8x8HorizFast_c(uint8_t* pu8Edge, int32_t s32Pitch, uint32_t u32Qp) {
+    const ptrdiff_t pitch = s32Pitch;
+    const int16_t s16Limit = (int16_t)(u32Qp < 128 ? 2 * u32Qp : 256);  // |d| is at most 255
+    const Vec8 vAbove = LoadU8(pu8Edge - pitch);
+    const Vec8 vBelow = LoadU8(pu8Edge);
+    const Vec8 vStep = vBelow - vAbove;
+    const Vec8 d = vStep & (Vec8)(Max(vStep, -vStep) < s16Limit);
+    StoreClipU8(pu8Edge - 3 * pitch, LoadU8(pu8Edge - 3 * pitch) + (d >> 3));
+    StoreClipU8(pu8Edge - 2 * pitch, LoadU8(pu8Edge - 2 * pitch) + (d >> 2));
+    StoreClipU8(pu8Edge - pitch, vAbove + (d >> 1));
+    StoreClipU8(pu8Edge, vBelow - (d >> 1));
+    StoreClipU8(pu8Edge + pitch, LoadU8(pu8Edge + pitch) - (d >> 2));
+    StoreClipU8(pu8Edge + 2 * pitch, LoadU8(pu8Edge + 2 * pitch) - (d >> 3));
+}
+
+namespace {
+
+// Two source columns, which are two destination rows.
+MP4V_VEC void StoreTwoRows(uint8_t* pu8Dst, ptrdiff_t pitch, Vec8 v) {
+    StoreBytes8(pu8Dst, (Bytes16)v);
+    StoreBytes8(pu8Dst + pitch, HighHalf((Bytes16)v));
+}
+
+MP4V_VEC void TransposeBytes8x8(uint8_t* __restrict pu8Dst, ptrdiff_t dstPitch, const uint8_t* __restrict pu8Src,
+                                ptrdiff_t srcPitch) {
+    Vec8 avPairs[4];  // rows 2i and 2i + 1, interleaved by samples
+    for (int i = 0; i < 4; i++)
+        avPairs[i] = (Vec8)ZipLow8(LoadBytes8(pu8Src + 2 * i * srcPitch), LoadBytes8(pu8Src + (2 * i + 1) * srcPitch));
+    const Vec8 vUpper03 = ZipLow16(avPairs[0], avPairs[1]);  // four rows of columns 0..3
+    const Vec8 vUpper47 = ZipHigh16(avPairs[0], avPairs[1]);
+    const Vec8 vLower03 = ZipLow16(avPairs[2], avPairs[3]);
+    const Vec8 vLower47 = ZipHigh16(avPairs[2], avPairs[3]);
+    StoreTwoRows(pu8Dst, dstPitch, ZipLow32(vUpper03, vLower03));
+    StoreTwoRows(pu8Dst + 2 * dstPitch, dstPitch, ZipHigh32(vUpper03, vLower03));
+    StoreTwoRows(pu8Dst + 4 * dstPitch, dstPitch, ZipLow32(vUpper47, vLower47));
+    StoreTwoRows(pu8Dst + 6 * dstPitch, dstPitch, ZipHigh32(vUpper47, vLower47));
+}
+
+}  // namespace
+
+void Mp4vDecTranspose8x8_c(uint8_t* pu8Dst, int32_t s32DstPitch, const uint8_t* pu8Src, int32_t s32SrcPitch) {
+    TransposeBytes8x8(pu8Dst, s32DstPitch, pu8Src, s32SrcPitch);
+}
+
+void Mp4vDecTranspose16x16_c(uint8_t* pu8Dst, int32_t s32DstPitch, const uint8_t* pu8Src, int32_t s32SrcPitch) {
+    const ptrdiff_t dstPitch = s32DstPitch, srcPitch = s32SrcPitch;
+    for (int y = 0; y < 16; y += 8)
+        for (int x = 0; x < 16; x += 8)
+            TransposeBytes8x8(pu8Dst + x * dstPitch + y, dstPitch, pu8Src + y * srcPitch + x, srcPitch);
+}
