@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "host/start_code.h"
 #include "host/status.h"
 #include "mp4vdec.h"
 
@@ -82,7 +83,7 @@ DecodeResult Session::Decode(std::span<const uint8_t> chunk, uint64_t offset, ui
 
     Load(chunk);
     RoundVolSizes(chunk_, headers);
-    Remember(chunk, headers);
+    Remember(headers);
 
     const Mp4vDecInArgs in = InArgs(chunk_, time_stamp, options_.control_flags);
     Mp4vDecOutArgs out{};
@@ -122,7 +123,7 @@ uint32_t Session::EnsureOpen(Size size) {
     open_width_ = size.width;
     open_height_ = size.height;
     times_opened_++;
-    ReplayUserData();
+    ReplayHeaders();
     return MP4VDEC_OK;
 }
 
@@ -141,25 +142,38 @@ void Session::Load(std::span<const uint8_t> chunk) {
 }
 
 // A new instance gets its layer from the chunk that made it necessary, and its reference picture from the intra picture
-// that follows. What would be lost is the picture structure that earlier user data told: tell it again. Headers alone
-// are refused for want of a picture, but they are read.
-void Session::ReplayUserData() {
-    if (user_data_.empty()) return;
-    const Mp4vDecInArgs in = InArgs(user_data_, 0, 0);
+// that follows. What would be lost is the picture structure that user data told earlier, so they are told again,
+// between the layers that may have overruled them.
+void Session::ReplayHeaders() {
+    if (user_data_headers_.empty()) return;
+    Replay(user_data_layer_);
+    Replay(user_data_headers_);
+    Replay(layer_headers_);
+}
+
+void Session::Replay(const std::vector<uint8_t>& padded) {
+    if (padded.empty()) return;
+    const Mp4vDecInArgs in = InArgs(padded, 0, 0);
     Mp4vDecOutArgs out{};
     Funcs().pfProcess(decoder_, &in, &out);
 }
 
-void Session::Remember(std::span<const uint8_t> chunk, const ChunkHeaders& headers) {
+void Session::Remember(const ChunkHeaders& headers) {
     for (const VolHeader& vol : headers.vols) {
         if (!vol.has_size()) continue;
         layer_ = vol;
         has_layer_ = true;
     }
-    const size_t size = headers.vop_position.value_or(chunk.size());
-    if (!headers.has_user_data || size > kMaxRememberedHeaders) return;
-    user_data_.assign(chunk_.begin(), chunk_.begin() + static_cast<ptrdiff_t>(size));
-    user_data_.resize(size + MP4VDEC_CHUNK_PADDING, 0);
+    if (!headers.vop_position || *headers.vop_position > kMaxRememberedHeaders) return;
+    // With the VOP start code, which ends the last header; the padding behind it reads as a picture that is not coded.
+    const size_t size = *headers.vop_position + kStartCodeSize;
+    std::vector<uint8_t> padded(chunk_.begin(), chunk_.begin() + static_cast<ptrdiff_t>(size));
+    padded.resize(size + MP4VDEC_CHUNK_PADDING, 0);
+    if (headers.has_user_data) {
+        user_data_layer_ = layer_headers_;
+        user_data_headers_ = padded;
+    }
+    if (!headers.vols.empty()) layer_headers_ = std::move(padded);
 }
 
 Picture Session::MakePicture(uint32_t coded_width, uint32_t coded_height, uint32_t type) const {

@@ -84,8 +84,9 @@ class Session {
     uint32_t EnsureOpen(Size size);
     void Close();
     void Load(std::span<const uint8_t> chunk);
-    void ReplayUserData();
-    void Remember(std::span<const uint8_t> chunk, const ChunkHeaders& headers);
+    void ReplayHeaders();
+    void Replay(const std::vector<uint8_t>& padded);
+    void Remember(const ChunkHeaders& headers);
     Picture MakePicture(uint32_t coded_width, uint32_t coded_height, uint32_t type) const;
 
     SessionOptions options_;
@@ -94,9 +95,12 @@ class Session {
     uint32_t open_width_ = 0;
     uint32_t open_height_ = 0;
     uint32_t times_opened_ = 0;
-    std::vector<uint8_t> chunk_;      // the current chunk, sizes rounded, padding behind
-    std::vector<uint8_t> picture_;    // of the open size
-    std::vector<uint8_t> user_data_;  // the latest headers with user data
+    std::vector<uint8_t> chunk_;    // the current chunk, sizes rounded, padding behind
+    std::vector<uint8_t> picture_;  // of the open size
+    // Headers of past chunks, padded: the latest with a layer, the latest with user data, and the layer before those.
+    std::vector<uint8_t> layer_headers_;
+    std::vector<uint8_t> user_data_headers_;
+    std::vector<uint8_t> user_data_layer_;
     VolHeader layer_;
     bool has_layer_ = false;
 };
