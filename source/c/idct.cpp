@@ -116,7 +116,7 @@ constexpr uint32_t kW1 = 2841, kW2 = 2676, kW3 = 2408, kW5 = 1609, kW6 = 1108, k
 
 namespace {
 
-MP4V_VEC int16_t Ramp(int32_t k) {
+constexpr int16_t Ramp(int32_t k) {
     return (int16_t)(k < -256 ? -256 : k > 255 ? 255 : k);
 }
 
@@ -179,11 +179,11 @@ void Mp4vDecIdct8x8_simple1_c(int16_t* ps16Block) {
                         MP4V_8(Ramp, (k) + 32), MP4V_8(Ramp, (k) + 40), MP4V_8(Ramp, (k) + 48), MP4V_8(Ramp, (k) + 56)
 
 // Complete from the start, so that no thread ever sees it change.
-int16_t g_as16Clip[1024] = {
+constinit int16_t g_as16Clip[1024] = {
     MP4V_64(-512), MP4V_64(-448), MP4V_64(-384), MP4V_64(-320), MP4V_64(-256), MP4V_64(-192), MP4V_64(-128), MP4V_64(-64),
     MP4V_64(0),    MP4V_64(64),   MP4V_64(128),  MP4V_64(192),  MP4V_64(256),  MP4V_64(320),  MP4V_64(384),  MP4V_64(448)};
 // clang-format on
-int16_t* g_ps16Clp = &g_as16Clip[512];
+constinit int16_t* g_ps16Clp = &g_as16Clip[512];
 int32_t l32Idx;
 
 void Mp4vDecIdct8x8Init_c(void) {
