@@ -311,6 +311,17 @@ TEST_F(Tool, LeavesOtherSizesOutOfAY4mPipe) {
     EXPECT_TRUE(Contains(result.err, "2 pictures not written")) << result.err;
 }
 
+TEST_F(Tool, MakesNoNumberedNeighboursOfNamedPipes) {
+    WriteFile("in.m4v", TwoSizes());
+    const Result result =
+        Shell("mkfifo pipe; cat pipe >out.y4m & \"$P\" decode in.m4v -o pipe; echo $? >status.txt; wait");
+    EXPECT_EQ("1\n", ReadFile("status.txt"));
+    EXPECT_EQ("YUV4MPEG2 W48 H32 F30:1 Ip A1:1 C420mpeg2\n" + Frame(48, 32, 100) + Frame(48, 32, 101),
+              ReadFile("out.y4m"));
+    EXPECT_FALSE(Exists("pipe.2"));
+    EXPECT_TRUE(Contains(result.err, "2 pictures not written")) << result.err;
+}
+
 TEST_F(Tool, WritesAllSizesIntoOneRawFile) {
     WriteFile("in.m4v", TwoSizes());
     EXPECT_EQ(kGood, Run("decode in.m4v -o out.yuv").status);

@@ -178,9 +178,9 @@ void DecodeRun::PrintReport() {
     if (writer_ && writer_->files() > 1) {
         std::cerr << "The picture size changes: the pictures are in " << writer_->files() << " files, "
                   << options_.output << " to " << NumberedName(options_.output, writer_->files()) << ".\n";
-    } else if (options_.output == "-" && report_.left_out() > 0) {
-        std::cerr
-            << "The picture size changes, which Y4M on standard output cannot show; write to a file or use --raw.\n";
+    }
+    if (report_.left_out() > 0) {
+        std::cerr << "The picture size changes, which one Y4M stream cannot show; write to a file or use --raw.\n";
     }
     if (Interrupted()) std::cerr << "Interrupted; what is written is complete up to here.\n";
 }

@@ -25,7 +25,7 @@ Pictures and chunks are counted from 0. Not-coded pictures repeat the one before
 A refused or damaged chunk is reported and decoding goes on with the next one.
 
 When the picture size changes, a Y4M file ends: pictures of the next size go to OUT.2.y4m and so on; on standard
-output they are left out. Raw files simply go on.
+output, pipes and devices they are left out. Raw files simply go on.
 
 Exit status: 0 good; 1 damage, refusals, pictures left out or nothing decoded; 2 usage; 3 files; 130 interrupted.)";
 

@@ -33,7 +33,10 @@ bool RawWriter::Write(const Picture& picture, const FormatSource&) {
     return true;
 }
 
-Y4mWriter::Y4mWriter(const std::string& path) : path_(path), file_(std::make_unique<OutputFile>(path)) {}
+Y4mWriter::Y4mWriter(const std::string& path) : path_(path), file_(std::make_unique<OutputFile>(path)) {
+    std::error_code error;
+    may_have_siblings_ = path != "-" && std::filesystem::is_regular_file(path, error);
+}
 
 bool Y4mWriter::Write(const Picture& picture, const FormatSource& format) {
     const bool same_size = picture.width == width_ && picture.height == height_;
@@ -45,7 +48,7 @@ bool Y4mWriter::Write(const Picture& picture, const FormatSource& format) {
 
 bool Y4mWriter::StartFile(const Picture& picture, const FormatSource& format) {
     if (width_ != 0) {
-        if (path_ == "-" || files_ == kMaxFiles) return false;
+        if (!may_have_siblings_ || files_ == kMaxFiles) return false;
         file_->Close();
         file_ = std::make_unique<OutputFile>(NumberedName(path_, ++files_));
     }

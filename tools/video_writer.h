@@ -42,7 +42,7 @@ class RawWriter : public VideoWriter {
 
 /**
  * YUV4MPEG2. Such a file has one size, so pictures of another one go to a new file: after NAME.y4m come NAME.2.y4m,
- * NAME.3.y4m and so on. Standard output has no second file; there they are left out.
+ * NAME.3.y4m and so on. Standard output, pipes and devices have no second file; there they are left out.
  */
 class Y4mWriter : public VideoWriter {
   public:
@@ -59,6 +59,7 @@ class Y4mWriter : public VideoWriter {
 
     std::string path_;
     std::unique_ptr<OutputFile> file_;
+    bool may_have_siblings_ = false;
     unsigned files_ = 1;
     uint32_t width_ = 0;  // of the current file; 0: no header has been written
     uint32_t height_ = 0;
