@@ -5,6 +5,7 @@
 #ifndef MP4VDEC_TESTS_SUPPORT_SMALL_STREAM_H_
 #define MP4VDEC_TESTS_SUPPORT_SMALL_STREAM_H_
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstdlib>
@@ -83,8 +84,9 @@ inline void PutNotCodedPicture(BitWriter& out, const VolHeader& vol, VopHeader v
 
 // What a flat picture of odd or even size is in planar 4:2:0.
 inline Bytes FlatSamples(uint32_t width, uint32_t height, int luma) {
-    Bytes samples(size_t{width} * height, static_cast<uint8_t>(luma));
-    samples.resize(samples.size() + size_t{2} * ((width + 1) / 2) * ((height + 1) / 2), 128);
+    const size_t luma_size = size_t{width} * height;
+    Bytes samples(luma_size + size_t{2} * ((width + 1) / 2) * ((height + 1) / 2), 128);
+    std::fill_n(samples.begin(), luma_size, static_cast<uint8_t>(luma));
     return samples;
 }
 
