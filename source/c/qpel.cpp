@@ -15,7 +15,7 @@ MP4V_VEC Vec8 Filter(const Vec8* av, Vec8 vBias) {
     const Vec8 vNext = av[2] + av[5];
     const Vec8 vThird = av[1] + av[6];
     const Vec8 vOuter = av[0] + av[7];
-    return (vInner * 20 - vNext * 6 + vThird * 3 - vOuter + vBias) >> 5;
+    return (vInner * 20 + (vThird - vNext - vNext) * 3 - vOuter + vBias) >> 5;
 }
 
 // Eight filtered samples from the 15 bytes around them.
@@ -64,6 +64,7 @@ MP4V_VEC void FilterColumns8(uint8_t* __restrict pu8Dst, const uint8_t* __restri
         av[2 - y] = av[3 + y];
         av[kRows + 4 + y] = av[kRows + 3 - y];
     }
+#pragma GCC unroll 16  // the taps move on by renaming instead of by copying
     for (int y = 0; y < kRows; y++) {
         const Vec8 vWide = Filter(av + y, vBias);
         Bytes16 v = NarrowClip(vWide, vWide);
@@ -75,8 +76,9 @@ MP4V_VEC void FilterColumns8(uint8_t* __restrict pu8Dst, const uint8_t* __restri
 
 // Fewer than eight columns go through a block of their own, so that nothing beside them is touched.
 template <int kRows, Blend kBlend>
-MP4V_VEC void FilterFewColumns(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, size_t columns,
-                               ptrdiff_t dstPitch, ptrdiff_t srcPitch, Vec8 vBias, Bytes16 vDown) {
+__attribute__((noinline, cold)) void FilterFewColumns(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src,
+                                                      size_t columns, ptrdiff_t dstPitch, ptrdiff_t srcPitch,
+                                                      Vec8 vBias, Bytes16 vDown) {
     uint8_t au8Src[(kRows + 1) * 8] = {};
     uint8_t au8Dst[kRows * 8];
     for (int y = 0; y <= kRows; y++) memcpy(au8Src + 8 * y, pu8Src + y * srcPitch, columns);

@@ -81,9 +81,11 @@ MP4V_VEC void StoreBytes8(uint8_t* pu8, Bytes16 v) {
 template <int kFirst>
 MP4V_VEC Vec8 Widen(Bytes16 v) {
 #if MP4V_VEC_SSE2
-    return (Vec8)_mm_unpacklo_epi8(_mm_srli_si128((__m128i)v, kFirst), _mm_setzero_si128());
+    const __m128i vFrom = kFirst ? _mm_srli_si128((__m128i)v, kFirst) : (__m128i)v;
+    return (Vec8)_mm_unpacklo_epi8(vFrom, _mm_setzero_si128());
 #elif MP4V_VEC_NEON
-    return (Vec8)vmovl_u8(vget_low_u8(vextq_u8((uint8x16_t)v, (uint8x16_t)v, kFirst)));
+    const uint8x16_t vFrom = kFirst ? vextq_u8((uint8x16_t)v, (uint8x16_t)v, kFirst) : (uint8x16_t)v;
+    return (Vec8)vmovl_u8(vget_low_u8(vFrom));
 #else
     Vec8 vWide = {};
     for (int i = 0; i < 8; i++) vWide[i] = v[kFirst + i];
