@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <utility>
 #include <vector>
@@ -20,6 +21,14 @@
 #include "host/memory.h"
 #include "tests/support/bit_writer.h"
 #include "tests/support/reader_model.h"
+
+// Vectors in test reports.
+inline bool operator==(const Mp4vMv& a, const Mp4vMv& b) {
+    return a.s32X == b.s32X && a.s32Y == b.s32Y;
+}
+inline std::ostream& operator<<(std::ostream& out, const Mp4vMv& mv) {
+    return out << '(' << mv.s32X << ", " << mv.s32Y << ')';
+}
 
 namespace mp4v::test {
 
