@@ -105,7 +105,8 @@ constexpr Window kLumaEdges = {-3, 0, 10, 15};
 constexpr Window kLumaLeft = {0, -8, 15, -1};
 constexpr Window kLumaColumns = {0, -4, 15, 15};
 constexpr Window kChromaLeft = {0, -8, 7, -1};
-constexpr Window kChromaBlock = {-3, -4, 7, 7};
+constexpr Window kChromaEdge = {-3, 0, 2, 7};
+constexpr Window kChromaColumns = {0, -4, 7, 7};
 
 void FilterHorizontalLumaEdges(uint8_t* pu8, int32_t s32Pitch, uint32_t u32Qp) {
     Deblock8x8Horiz(pu8, s32Pitch, u32Qp);
@@ -129,8 +130,7 @@ void FilterVerticalLumaEdges(uint8_t* pu8Scratch, uint8_t* pu8, int32_t s32Pitch
     memcpy(pu8Scratch + 11 * 16, pu8Scratch + 27 * 16, 5 * 16);
 }
 
-void FilterChroma(uint8_t* pu8Scratch, uint8_t* pu8, int32_t s32Pitch, uint32_t u32Qp) {
-    Deblock8x8Horiz(pu8, s32Pitch, u32Qp);
+void FilterVerticalChromaEdge(uint8_t* pu8Scratch, uint8_t* pu8, int32_t s32Pitch, uint32_t u32Qp) {
     Mp4vDecTranspose8x8(pu8Scratch + 8 * 8, 8, pu8, s32Pitch);
     Deblock8x8Horiz(pu8Scratch + 8 * 8, 8, u32Qp);
     Mp4vDecTranspose8x8(pu8 - 4, s32Pitch, pu8Scratch + 4 * 8, 8);
@@ -156,8 +156,12 @@ void DeblockMb(Mp4vDecCtx* ptCtx, const Picture& tPic, const MbPlace& t) {
     OnWindow(tPic, t.y, t.pitch, kLumaColumns,
              [&](uint8_t* pu8, int32_t s32Pitch) { FilterVerticalLumaEdges(pu8Luma, pu8, s32Pitch, u32Qp); });
     for (int i = 0; i < 2; i++) {
-        OnWindow(tPic, chroma[i], t.chroma_pitch, kChromaBlock,
-                 [&](uint8_t* pu8, int32_t s32Pitch) { FilterChroma(apu8Chroma[i], pu8, s32Pitch, u32Qp); });
+        // Apart from the columns: what the filter writes outside the picture is lost before they are read.
+        OnWindow(tPic, chroma[i], t.chroma_pitch, kChromaEdge,
+                 [&](uint8_t* pu8, int32_t s32Pitch) { Deblock8x8Horiz(pu8, s32Pitch, u32Qp); });
+        OnWindow(tPic, chroma[i], t.chroma_pitch, kChromaColumns, [&](uint8_t* pu8, int32_t s32Pitch) {
+            FilterVerticalChromaEdge(apu8Chroma[i], pu8, s32Pitch, u32Qp);
+        });
     }
     ptCtx->u32LeftDeblockValid = 1;
 }
