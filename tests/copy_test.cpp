@@ -99,8 +99,8 @@ TEST(ByteFill, WritesTheLowEightBitsOfTheValue) {
     for (Mp4vMemSet* kernel : {MemSet, MemSet16, MemSetAlign16})
         for (const uint32_t count : {0u, 1u, 15u, 16u, 17u, 333u}) {
             std::vector<uint8_t> dst(400, 9), want = dst;
-            std::fill_n(want.begin() + 32, count, uint8_t(0x5C));
-            kernel(dst.data() + 32, 0xFFFFFF5Cu, count);
+            std::fill_n(want.begin() + 32, count, uint8_t(0x5D));
+            kernel(dst.data() + 32, 0xFFFFFF5Du, count);
             ASSERT_EQ(want, dst) << count;
         }
 }
