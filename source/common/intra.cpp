@@ -24,10 +24,10 @@ const int32_t g_al32DequantTable[4] = {-1, -2, 1, 2};
 
 namespace {
 
-// Quantisers beyond 31 come from streams with more than 5 bits of quant_precision; the chroma half of the table
-// follows the luma half, so the index of a luma scaler may reach it.
+// Quantisers beyond 31 come from streams with more than 5 bits of quant_precision. The chroma half of the table follows
+// the luma half, so the index of a luma scaler may reach it; behind both the scaler is 0, which makes the DC 0.
 uint32_t DcScaler(uint32_t u32Index) {
-    return u32Index < 66 ? table_dc_scaler[u32Index] : 8;
+    return u32Index < 66 ? table_dc_scaler[u32Index] : 0;
 }
 
 int32_t Divider(uint32_t u32Quant) {

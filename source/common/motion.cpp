@@ -9,9 +9,9 @@
 
 namespace {
 
-// A shift by f_code - 1 takes its amount modulo 32, as processors do: f_code 0 shifts by 31.
-uint32_t ShiftByFcode(uint32_t u32Value, uint32_t u32Fcode) {
-    return u32Value << ((u32Fcode - 1) & 31);
+// f_code 0 is forbidden; it reads no residual and has the range of f_code 1.
+uint32_t ResidualBits(uint32_t u32Fcode) {
+    return u32Fcode ? u32Fcode - 1 : 0;
 }
 
 int32_t Median(int32_t s32A, int32_t s32B, int32_t s32C) {
@@ -32,18 +32,17 @@ const Mp4vMv* FieldCandidate(const MbInfo* ptMb, uint32_t u32Block) {
 
 int32_t DecMV_c(BsReader* ptBs, uint32_t u32Fcode) {
     const int32_t s32Code = DecMvData_c(ptBs);
-    if (s32Code == 0 || u32Fcode == 1) return s32Code;
-    const uint32_t u32Residual = u32Fcode > 1 ? BsRead(ptBs, u32Fcode - 1) : 0;
-    const uint32_t u32Magnitude = ShiftByFcode((uint32_t)__builtin_abs(s32Code) - 1, u32Fcode) + u32Residual + 1;
-    return (int32_t)(s32Code > 0 ? u32Magnitude : 0 - u32Magnitude);
+    const uint32_t u32Bits = ResidualBits(u32Fcode);
+    if (s32Code == 0 || u32Bits == 0) return s32Code;
+    const int32_t s32Residual = (int32_t)BsRead(ptBs, u32Bits);
+    const int32_t s32Magnitude = ((__builtin_abs(s32Code) - 1) << u32Bits) + s32Residual + 1;
+    return s32Code > 0 ? s32Magnitude : -s32Magnitude;
 }
 
 int32_t WrapMv(int32_t s32Value, uint32_t u32Fcode) {
-    const int32_t s32Low = (int32_t)(0 - ShiftByFcode(32, u32Fcode));
-    const int32_t s32High = (int32_t)(ShiftByFcode(32, u32Fcode) - 1);
-    const int32_t s32Range = (int32_t)ShiftByFcode(64, u32Fcode);
-    if (s32Value < s32Low) return s32Value + s32Range;
-    if (s32Value > s32High) return s32Value - s32Range;
+    const int32_t s32Half = 32 << ResidualBits(u32Fcode);
+    if (s32Value < -s32Half) return s32Value + 2 * s32Half;
+    if (s32Value > s32Half - 1) return s32Value - 2 * s32Half;
     return s32Value;
 }
 

@@ -9,7 +9,7 @@
 
 extern "C" {
 
-// Reads one component of a vector difference. u32Fcode: vop_fcode_forward; 0 reads no residual.
+// Reads one component of a vector difference. u32Fcode: vop_fcode_forward; 0 is taken as 1.
 MP4VDEC_API int32_t DecMV_c(BsReader* ptBs, uint32_t u32Fcode);
 
 // Predictor of block 0..3 of the current macroblock in frame prediction.
@@ -25,8 +25,7 @@ static inline int32_t AddWrapping(int32_t s32A, int32_t s32B) {
     return (int32_t)((uint32_t)s32A + (uint32_t)s32B);
 }
 
-// Brings a sum of predictor and difference back into the range of its f_code by one correction; f_code 0 leaves it as
-// it is.
+// Brings a sum of predictor and difference back into the range of its f_code, [0, 7], by one correction.
 int32_t WrapMv(int32_t s32Value, uint32_t u32Fcode);
 
 #endif  // MP4VDEC_SOURCE_COMMON_MOTION_H_
