@@ -331,7 +331,7 @@ TEST_F(SharedLibrary, DecodesWhenLoadedAtRunTime) {
     const DecoderApi api = LoadedApi();
     ASSERT_NE(api.functions, nullptr);
     ASSERT_NE(api.pre_decode, nullptr);
-    for (const char* folder : {"basics", "inter"}) {
+    for (const char* folder : {"basics", "qpel"}) {
         const std::vector<std::string> cases = CasesOf(folder);
         ASSERT_GE(cases.size(), 24u);
         for (const std::string& path : cases) {
