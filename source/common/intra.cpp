@@ -139,11 +139,11 @@ void StorePredictors(int16_t* ps16Pred, const int16_t* ps16Block, int32_t s32Sca
     ps16Pred[0] = (int16_t)(s32Scaler * ps16Block[0]);
 }
 
-int32_t DecDc(BsReader* ptBs, bool bLuma) {
-    const uint32_t u32Size = bLuma ? DecDcSizeLuma_c(ptBs) : DecDcSizeChroma_c(ptBs);
+int32_t DecDc(BsCursor& tBs, bool bLuma) {
+    const uint32_t u32Size = bLuma ? DecDcSizeLuma(tBs) : DecDcSizeChroma(tBs);
     if (u32Size == 0) return 0;
-    const int32_t s32Dc = DecDcDif_c(ptBs, u32Size);
-    if (u32Size > 8) BsSkip(ptBs, 1);  // marker_bit
+    const int32_t s32Dc = DecDcDif(tBs, u32Size);
+    if (u32Size > 8) tBs.Skip(1);  // marker_bit
     return s32Dc;
 }
 
@@ -151,7 +151,7 @@ int32_t DecDc(BsReader* ptBs, bool bLuma) {
 
 void DecIntraMB(Mp4vDecCtx* ptCtx, int16_t* ps16Blocks, uint32_t u32Column, uint32_t u32Row) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
-    BsReader* const ptBs = &ptCtx->tBs;
+    BsCursor tBs(ptCtx->tBs);
     const Neighbours tNeighbours = FindNeighbours(ptCtx, u32Column, u32Row);
     const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
     const bool bDcApart = ptCtx->u32IntraDcThr > u32Quant;
@@ -160,7 +160,7 @@ void DecIntraMB(Mp4vDecCtx* ptCtx, int16_t* ps16Blocks, uint32_t u32Column, uint
     for (uint32_t b = 0; b < 6; b++) {
         int16_t* const ps16Block = ps16Blocks + 64 * b;
         const int32_t s32Scaler = (int32_t)au32Scaler[b >= 4];
-        if (bDcApart) ps16Block[0] = (int16_t)DecDc(ptBs, b < 4);
+        if (bDcApart) ps16Block[0] = (int16_t)DecDc(tBs, b < 4);
         const Prediction tPred = ChooseDirection(tNeighbours, b);
         uint32_t u32Scan = 0;
         if (ptCtx->u32AltVertScan) {
@@ -168,13 +168,14 @@ void DecIntraMB(Mp4vDecCtx* ptCtx, int16_t* ps16Blocks, uint32_t u32Column, uint
         } else if (tMb.u32AcPredFlag) {
             u32Scan = tPred.bVertical ? 1 : 2;
         }
-        if (tMb.u32Cbp >> (5 - b) & 1) DecBlock_c(ptBs, ps16Block, u32Scan, bDcApart, 1);
+        if (tMb.u32Cbp >> (5 - b) & 1) DecIntraBlock(tBs, ps16Block, u32Scan, bDcApart);
         const int32_t s32Dc = s32Scaler ? (tPred.tSource.ps16Pred[0] + (s32Scaler >> 1)) / s32Scaler : 0;
         ps16Block[0] = (int16_t)(ps16Block[0] + s32Dc);
         if (tMb.u32AcPredFlag) PredictAc(ps16Block, tPred, u32Quant);
         StorePredictors(tMb.ptCurMbInfo->as16AcDcPred[b], ps16Block, s32Scaler);
         tMb.au32DcScaler[b] = (uint32_t)s32Scaler;
     }
+    tBs.StoreTo(&ptCtx->tBs);
 }
 
 void ReconIntraMB(Mp4vDecCtx* ptCtx, uint32_t /*u32Column*/, uint32_t /*u32Row*/) {

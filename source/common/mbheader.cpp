@@ -14,10 +14,9 @@ void SetAllMvs(MbInfo* ptMb, Mp4vMv tMv) {
 }
 
 // Predictor plus difference, x before y.
-Mp4vMv DecVector(Mp4vDecCtx* ptCtx, Mp4vMv tPred) {
-    const uint32_t u32Fcode = ptCtx->u32FcodeForward;
-    const int32_t s32X = WrapMv(AddWrapping(tPred.s32X, DecMV_c(&ptCtx->tBs, u32Fcode)), u32Fcode);
-    const int32_t s32Y = WrapMv(AddWrapping(tPred.s32Y, DecMV_c(&ptCtx->tBs, u32Fcode)), u32Fcode);
+Mp4vMv DecVector(BsCursor& tBs, uint32_t u32Fcode, Mp4vMv tPred) {
+    const int32_t s32X = WrapMv(AddWrapping(tPred.s32X, DecMv(tBs, u32Fcode)), u32Fcode);
+    const int32_t s32Y = WrapMv(AddWrapping(tPred.s32Y, DecMv(tBs, u32Fcode)), u32Fcode);
     return {s32X, s32Y};
 }
 
@@ -34,10 +33,9 @@ Mp4vMv FieldPredictor(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32R
 }
 
 // A field vector counts lines of a field: its vertical part is predicted and coded at half the scale.
-Mp4vMv DecFieldVector(Mp4vDecCtx* ptCtx, Mp4vMv tPred) {
-    const uint32_t u32Fcode = ptCtx->u32FcodeForward;
-    const int32_t s32X = WrapMv(AddWrapping(tPred.s32X, DecMV_c(&ptCtx->tBs, u32Fcode)), u32Fcode);
-    const int32_t s32Half = AddWrapping(DecMV_c(&ptCtx->tBs, u32Fcode), tPred.s32Y / 2);
+Mp4vMv DecFieldVector(BsCursor& tBs, uint32_t u32Fcode, Mp4vMv tPred) {
+    const int32_t s32X = WrapMv(AddWrapping(tPred.s32X, DecMv(tBs, u32Fcode)), u32Fcode);
+    const int32_t s32Half = AddWrapping(DecMv(tBs, u32Fcode), tPred.s32Y / 2);
     const int32_t s32Y = WrapMv(AddWrapping(s32Half, s32Half), u32Fcode);
     return {s32X, s32Y};
 }
@@ -47,70 +45,78 @@ int32_t FieldAverage(int32_t s32Top, int32_t s32Bottom) {
     return s32Sum >> 1 | (s32Sum & 1);
 }
 
-void DecFieldVectors(Mp4vDecCtx* ptCtx, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
+void DecFieldVectors(const Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
     MbInfo* const ptInfo = ptMb->ptCurMbInfo;
-    ptMb->u8FwdTopFieldRef = (uint8_t)BsRead(&ptCtx->tBs, 1);
-    ptMb->u8FwdBotFieldRef = (uint8_t)BsRead(&ptCtx->tBs, 1);
+    const uint32_t u32Fcode = ptCtx->u32FcodeForward;
+    ptMb->u8FwdTopFieldRef = (uint8_t)tBs.Read(1);
+    ptMb->u8FwdBotFieldRef = (uint8_t)tBs.Read(1);
     const Mp4vMv tPred = FieldPredictor(ptCtx, u32Column, u32Row);
-    const Mp4vMv tTop = DecFieldVector(ptCtx, tPred);
-    const Mp4vMv tBottom = DecFieldVector(ptCtx, tPred);
+    const Mp4vMv tTop = DecFieldVector(tBs, u32Fcode, tPred);
+    const Mp4vMv tBottom = DecFieldVector(tBs, u32Fcode, tPred);
     ptInfo->as32Mv[0] = tTop;  // entries 2 and 3 keep what they held
     ptInfo->as32Mv[1] = tBottom;
     ptInfo->as32FieldAvgMv = {FieldAverage(tTop.s32X, tBottom.s32X), FieldAverage(tTop.s32Y, tBottom.s32Y)};
 }
 
-void DecQuantiser(Mp4vDecCtx* ptCtx, MbInfo* ptInfo) {
+void DecQuantiser(Mp4vDecCtx* ptCtx, BsCursor& tBs, MbInfo* ptInfo) {
     if (!ptCtx->u16QpCarry) ptCtx->u32RunningQp = ptCtx->u32VopQuant;
     if (ptInfo->u8MbType == MB_INTER_Q || ptInfo->u8MbType == MB_INTRA_Q) {
-        ptCtx->u32RunningQp = ChangeQuantiser(ptCtx->u32RunningQp, BsRead(&ptCtx->tBs, 2));
+        ptCtx->u32RunningQp = ChangeQuantiser(ptCtx->u32RunningQp, tBs.Read(2));
     }
     ptInfo->u8Qp = (uint8_t)ptCtx->u32RunningQp;
 }
 
-void DecVectors(Mp4vDecCtx* ptCtx, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
+void DecVectors(const Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
     MbInfo* const ptInfo = ptMb->ptCurMbInfo;
+    const uint32_t u32Fcode = ptCtx->u32FcodeForward;
     if (IsIntra(ptInfo->u8MbType)) {
         SetAllMvs(ptInfo, {0, 0});
     } else if (ptInfo->u8MbType == MB_INTER4V) {
         for (uint32_t b = 0; b < 4; b++) {
-            ptInfo->as32Mv[b] = DecVector(ptCtx, Predictor(ptCtx, u32Column, u32Row, b));
+            ptInfo->as32Mv[b] = DecVector(tBs, u32Fcode, Predictor(ptCtx, u32Column, u32Row, b));
         }
     } else if (!ptCtx->s16Interlaced) {
-        SetAllMvs(ptInfo, DecVector(ptCtx, Predictor(ptCtx, u32Column, u32Row, 0)));
+        SetAllMvs(ptInfo, DecVector(tBs, u32Fcode, Predictor(ptCtx, u32Column, u32Row, 0)));
     } else {
-        ptInfo->u8FieldPred = (uint8_t)BsRead(&ptCtx->tBs, 1);
+        ptInfo->u8FieldPred = (uint8_t)tBs.Read(1);
         if (ptInfo->u8FieldPred) {
-            DecFieldVectors(ptCtx, ptMb, u32Column, u32Row);
+            DecFieldVectors(ptCtx, tBs, ptMb, u32Column, u32Row);
         } else {
-            SetAllMvs(ptInfo, DecVector(ptCtx, FieldPredictor(ptCtx, u32Column, u32Row)));
+            SetAllMvs(ptInfo, DecVector(tBs, u32Fcode, FieldPredictor(ptCtx, u32Column, u32Row)));
         }
     }
 }
 
-}  // namespace
-
-uint32_t DecMBInfo(Mp4vDecCtx* ptCtx, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
-    BsReader* const ptBs = &ptCtx->tBs;
+uint32_t DecHeader(Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
     MbInfo* const ptInfo = ptMb->ptCurMbInfo;
-    if (BsRead(ptBs, 1)) {  // not_coded
+    if (tBs.Read(1)) {  // not_coded
         SetAllMvs(ptInfo, {0, 0});
         ptInfo->u8FieldPred = 0;
         ptInfo->u8MbType = MB_NOT_CODED;
         return kMbHeaderDecoded;
     }
-    const uint32_t u32Mcbpc = DecMcbpcInter_c(ptBs);
-    if ((int32_t)u32Mcbpc < 0) return kMbHeaderInvalid;
+    const uint32_t u32Mcbpc = DecMcbpcInter(tBs);
+    if (u32Mcbpc == MP4V_INVALID_CODE) return kMbHeaderInvalid;
     ptInfo->u8MbType = u32Mcbpc & 7;
     const bool bIntra = IsIntra(ptInfo->u8MbType);
-    ptMb->u32AcPredFlag = bIntra ? BsRead(ptBs, 1) : 0;
+    ptMb->u32AcPredFlag = bIntra ? tBs.Read(1) : 0;
     if (ptInfo->u8MbType == MB_INVALID) return kMbHeaderStuffing;
-    const uint32_t u32Cbpy = DecCbpy_c(ptBs, bIntra);
-    if ((int32_t)u32Cbpy < 0) return kMbHeaderInvalid;
+    const uint32_t u32Cbpy = DecCbpy(tBs, bIntra);
+    if (u32Cbpy == MP4V_INVALID_CODE) return kMbHeaderInvalid;
     ptMb->u32Cbp = u32Mcbpc >> 4 | u32Cbpy << 2;
-    DecQuantiser(ptCtx, ptInfo);
+    DecQuantiser(ptCtx, tBs, ptInfo);
     ptMb->s32DctType = 0;
     ptInfo->u8FieldPred = 0;
-    if (ptCtx->s16Interlaced && (bIntra || ptMb->u32Cbp)) ptMb->s32DctType = (int32_t)BsRead(ptBs, 1);
-    DecVectors(ptCtx, ptMb, u32Column, u32Row);
+    if (ptCtx->s16Interlaced && (bIntra || ptMb->u32Cbp)) ptMb->s32DctType = (int32_t)tBs.Read(1);
+    DecVectors(ptCtx, tBs, ptMb, u32Column, u32Row);
     return kMbHeaderDecoded;
+}
+
+}  // namespace
+
+uint32_t DecMBInfo(Mp4vDecCtx* ptCtx, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
+    BsCursor tBs(ptCtx->tBs);
+    const uint32_t u32Result = DecHeader(ptCtx, tBs, ptMb, u32Column, u32Row);
+    tBs.StoreTo(&ptCtx->tBs);
+    return u32Result;
 }

@@ -9,11 +9,6 @@
 
 namespace {
 
-// f_code 0 is forbidden; it reads no residual and has the range of f_code 1.
-uint32_t ResidualBits(uint32_t u32Fcode) {
-    return u32Fcode ? u32Fcode - 1 : 0;
-}
-
 int32_t Median(int32_t s32A, int32_t s32B, int32_t s32C) {
     const int32_t s32Low = s32A < s32B ? s32A : s32B;
     const int32_t s32High = s32A < s32B ? s32B : s32A;
@@ -31,12 +26,10 @@ const Mp4vMv* FieldCandidate(const MbInfo* ptMb, uint32_t u32Block) {
 }  // namespace
 
 int32_t DecMV_c(BsReader* ptBs, uint32_t u32Fcode) {
-    const int32_t s32Code = DecMvData_c(ptBs);
-    const uint32_t u32Bits = ResidualBits(u32Fcode);
-    if (s32Code == 0 || u32Bits == 0) return s32Code;
-    const int32_t s32Residual = (int32_t)BsRead(ptBs, u32Bits);
-    const int32_t s32Magnitude = ((__builtin_abs(s32Code) - 1) << u32Bits) + s32Residual + 1;
-    return s32Code > 0 ? s32Magnitude : -s32Magnitude;
+    BsCursor tBs(*ptBs);
+    const int32_t s32Difference = DecMv(tBs, u32Fcode);
+    tBs.StoreTo(ptBs);
+    return s32Difference;
 }
 
 int32_t WrapMv(int32_t s32Value, uint32_t u32Fcode) {

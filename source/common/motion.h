@@ -5,7 +5,7 @@
 #ifndef MP4VDEC_SOURCE_COMMON_MOTION_H_
 #define MP4VDEC_SOURCE_COMMON_MOTION_H_
 
-#include "common/context.h"
+#include "common/vlc.h"
 
 extern "C" {
 
@@ -23,6 +23,21 @@ MP4VDEC_API void GetPmvField(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32
 
 static inline int32_t AddWrapping(int32_t s32A, int32_t s32B) {
     return (int32_t)((uint32_t)s32A + (uint32_t)s32B);
+}
+
+// f_code 0 is forbidden; it reads no residual and has the range of f_code 1.
+static inline uint32_t ResidualBits(uint32_t u32Fcode) {
+    return u32Fcode ? u32Fcode - 1 : 0;
+}
+
+// DecMV_c on a cursor.
+static MP4V_INLINE int32_t DecMv(BsCursor& tBs, uint32_t u32Fcode) {
+    const int32_t s32Code = DecMvData(tBs);
+    const uint32_t u32Bits = ResidualBits(u32Fcode);
+    if (s32Code == 0 || u32Bits == 0) return s32Code;
+    const int32_t s32Residual = (int32_t)tBs.Read(u32Bits);
+    const int32_t s32Magnitude = ((__builtin_abs(s32Code) - 1) << u32Bits) + s32Residual + 1;
+    return s32Code > 0 ? s32Magnitude : -s32Magnitude;
 }
 
 // Brings a sum of predictor and difference back into the range of its f_code, [0, 7], by one correction.
