@@ -286,7 +286,7 @@ TEST_F(Predictors, OfFieldsAgreeWithTheCandidatesTold) {
         Randomise(rng);
         // Spare records must not be looked at.
         for (int row = 0; row < 3; row++) decoder_.Mb(4, row).as32Mv[1] = decoder_.Mb(4, row).as32Mv[2] = {500, 500};
-        for (int column = -1; column < 4; column++) decoder_.Mb(column, -1).as32Mv[2] = {600, 600};
+        for (int column = 0; column < 5; column++) decoder_.Mb(column, -1).as32Mv[2] = {600, 600};
         for (int n = 0; n < 12; n++) {
             const int column = n % 4, row = n / 4;
             std::vector<Mp4vMv> available;
