@@ -295,3 +295,5 @@ void AddOthers() {
 
 }  // namespace
 }  // namespace mp4v
+
+BENCHMARK_MAIN();
