@@ -100,39 +100,41 @@ TEST(Deinterlacing8Field, TakesItsNeighboursFromTheOutput) {
 
 // ---- Whole macroblocks
 
-// One plane of the frame kernel.
+// One plane of the frame kernel, row after row.
 void ExpectFrame(uint8_t* out, int outPitch, const uint8_t* src, int pitch, int size) {
-    for (int x = 0; x < size; x += 8) {
-        bool interpolate = false;
-        for (int y = 0; y < size; y++) {
+    bool interpolate[2] = {};
+    for (int y = 0; y < size; y++)
+        for (int x = 0; x < size; x += 8) {
             const uint8_t* row = src + y * pitch + x;
             uint8_t* to = out + y * outPitch + x;
-            if (y % 2 == 0)
+            bool& half = interpolate[x / 8];
+            if (y % 2 == 0) {
                 std::copy_n(row, 8, to);
-            else if (y < size - 1) {
-                interpolate = Interpolates(row - pitch, row + pitch, row, row + 2 * pitch);
-                FillOddRow(to, row - pitch, row + pitch, row, interpolate);
-            } else
-                std::copy_n(interpolate ? row - pitch : row, 8, to);
+            } else if (y < size - 1) {
+                half = Interpolates(row - pitch, row + pitch, row, row + 2 * pitch);
+                FillOddRow(to, row - pitch, row + pitch, row, half);
+            } else {
+                std::copy_n(half ? row - pitch : row, 8, to);
+            }
         }
-    }
 }
 
 // One plane of the field kernel; outPitch from one output row of the field to the next.
 void ExpectField(uint8_t* out, int outPitch, const uint8_t* src, int pitch, int size) {
-    const int half = outPitch / 2;
-    for (int x = 0; x < size; x += 8) {
-        bool interpolate = false;
-        for (int y = 0; y < size; y++) {
+    const int rowPitch = outPitch / 2;
+    bool interpolate[2] = {};
+    for (int y = 0; y < size; y++)
+        for (int x = 0; x < size; x += 8) {
             const uint8_t* row = src + y * pitch + x;
             uint8_t* to = out + y * outPitch + x;
+            bool& half = interpolate[x / 8];
             if (y < size - 1) {
-                interpolate = Interpolates(to - half, to + half, row, row + pitch);
-                FillOddRow(to, to - half, to + half, row, interpolate);
-            } else
-                std::copy_n(interpolate ? to - half : row, 8, to);
+                half = Interpolates(to - rowPitch, to + rowPitch, row, row + pitch);
+                FillOddRow(to, to - rowPitch, to + rowPitch, row, half);
+            } else {
+                std::copy_n(half ? to - rowPitch : row, 8, to);
+            }
         }
-    }
 }
 
 constexpr int kPitch = 64;  // luma; chroma half of it
@@ -216,6 +218,24 @@ TEST(DeInterlaceFieldMB, DecidesTheLastRowPerHalf) {
     DeInterlaceFieldMB(src.Y(), src.U(), src.V(), kPitch, dst.Y(), dst.U(), dst.V(), 2 * kPitch);
     EXPECT_EQ(101, dst.Y()[30 * kPitch]);      // woven from the source
     EXPECT_EQ(100, dst.Y()[30 * kPitch + 8]);  // repeated from the top field
+}
+
+// In pictures narrower than a macroblock the output rows overlap; the later row wins.
+TEST(DeInterlaceMB, WritesRowAfterRow) {
+    for (unsigned seed = 0; seed < 200; seed++) {
+        std::mt19937 rng(seed);
+        Planes src(seed, rng), frame(seed + 1, rng);
+        Planes field = frame, wantFrame = frame, wantField = frame;
+        const int width = 16 + int(seed % 3) * 4 - 4;  // 12, 16, 20
+        ExpectFrame(wantFrame.Y(), width, src.Y(), kPitch, 16);
+        ExpectFrame(wantFrame.U(), width / 2, src.U(), kPitch / 2, 8);
+        ExpectFrame(wantFrame.V(), width / 2, src.V(), kPitch / 2, 8);
+        DeInterlaceFrameMB(src.Y(), src.U(), src.V(), kPitch, frame.Y(), frame.U(), frame.V(), width);
+        ASSERT_TRUE(wantFrame == frame) << seed;
+        ExpectField(wantField.Y(), 2 * width, src.Y(), kPitch, 16);
+        DeInterlaceFieldMB(src.Y(), src.U(), src.V(), kPitch, field.Y(), field.U(), field.V(), 2 * width);
+        ASSERT_EQ(wantField.y, field.y) << seed;
+    }
 }
 
 // Neither kernel looks below its last source row, nor below the last output row but for the top-field rows between.

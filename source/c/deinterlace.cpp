@@ -17,33 +17,41 @@ uint32_t Deinterlacing8Field_c(const uint8_t* pu8Src, int32_t s32SrcPitch, uint8
 
 namespace {
 
-// A square of rows that alternate between the fields. The last row has no top-field row below it: it follows the
-// decision for the row of its field above it.
+// A square of rows that alternate between the fields. The last row has no top-field row below it: each eight samples of
+// it follow the decision for the bottom-field row before.
 template <int kSize>
 MP4V_VEC void DeinterlaceFramePlane(const uint8_t* pu8Src, int32_t s32SrcPitch, uint8_t* pu8Dst, int32_t s32DstPitch) {
     const ptrdiff_t srcPitch = s32SrcPitch, dstPitch = s32DstPitch;
-    for (int y = 0; y < kSize; y += 2) memcpy(pu8Dst + y * dstPitch, pu8Src + y * srcPitch, kSize);
-    for (int x = 0; x < kSize; x += 8) {
-        uint32_t u32Interpolated = 0;
-        for (int y = 1; y < kSize - 1; y += 2)
-            u32Interpolated = Deinterlacing8_c(pu8Src + y * srcPitch + x, s32SrcPitch, pu8Dst + y * dstPitch + x);
-        const uint8_t* pu8Last = pu8Src + (kSize - (u32Interpolated ? 2 : 1)) * srcPitch + x;
-        memcpy(pu8Dst + (kSize - 1) * dstPitch + x, pu8Last, 8);
+    uint32_t au32Interpolated[kSize / 8] = {};
+    for (int y = 0; y < kSize; y += 2) {
+        memcpy(pu8Dst, pu8Src, kSize);
+        for (int x = 0; x < kSize; x += 8) {
+            uint32_t& u32Interpolated = au32Interpolated[x / 8];
+            if (y < kSize - 2)
+                u32Interpolated = Deinterlacing8_c(pu8Src + srcPitch + x, s32SrcPitch, pu8Dst + dstPitch + x);
+            else
+                StoreBytes8(pu8Dst + dstPitch + x, LoadBytes8(pu8Src + (u32Interpolated ? 0 : srcPitch) + x));
+        }
+        pu8Src += 2 * srcPitch;
+        pu8Dst += 2 * dstPitch;
     }
 }
 
 // A square of bottom-field rows. s32DstPitch: from one output row of the field to the next.
 template <int kSize>
 MP4V_VEC void DeinterlaceFieldPlane(const uint8_t* pu8Src, int32_t s32SrcPitch, uint8_t* pu8Dst, int32_t s32DstPitch) {
-    const ptrdiff_t srcPitch = s32SrcPitch, dstPitch = s32DstPitch;
     const int32_t s32RowPitch = s32DstPitch / 2;
-    for (int x = 0; x < kSize; x += 8) {
-        uint32_t u32Interpolated = 0;
-        for (int y = 0; y < kSize - 1; y++)
-            u32Interpolated =
-                Deinterlacing8Field_c(pu8Src + y * srcPitch + x, s32SrcPitch, pu8Dst + y * dstPitch + x, s32RowPitch);
-        uint8_t* const pu8LastDst = pu8Dst + (kSize - 1) * dstPitch + x;
-        memcpy(pu8LastDst, u32Interpolated ? pu8LastDst - s32RowPitch : pu8Src + (kSize - 1) * srcPitch + x, 8);
+    uint32_t au32Interpolated[kSize / 8] = {};
+    for (int y = 0; y < kSize; y++) {
+        for (int x = 0; x < kSize; x += 8) {
+            uint32_t& u32Interpolated = au32Interpolated[x / 8];
+            if (y < kSize - 1)
+                u32Interpolated = Deinterlacing8Field_c(pu8Src + x, s32SrcPitch, pu8Dst + x, s32RowPitch);
+            else
+                StoreBytes8(pu8Dst + x, LoadBytes8(u32Interpolated ? pu8Dst + x - s32RowPitch : pu8Src + x));
+        }
+        pu8Src += s32SrcPitch;
+        pu8Dst += s32DstPitch;
     }
 }
 
