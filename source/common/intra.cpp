@@ -109,8 +109,7 @@ MP4V_INLINE Vec8 Rescale(Vec8 v, uint32_t u32From, uint32_t u32To) {
     const Vec8u vLow = vAbs * Splat(u32From) + Splat(u32To >> 1);
     const Vec8u vCarry = (Vec8u)(vLow < Splat(u32To >> 1));  // -1 or 0
     const Vec8u vHigh = MulHigh(vAbs, Splat(u32From)) - vCarry;
-    const Vec8u vScaled =
-        MulHigh(vLow, Splat(u32Divider)) + vLow * Splat(u32Divider >> 16) + vHigh * Splat(u32Divider);
+    const Vec8u vScaled = MulHigh(vLow, Splat(u32Divider)) + vLow * Splat(u32Divider >> 16) + vHigh * Splat(u32Divider);
     return (Vec8)((vScaled ^ vSign) - vSign);
 }
 
@@ -155,8 +154,9 @@ void DecIntraMB(Mp4vDecCtx* ptCtx, int16_t* ps16Blocks, uint32_t u32Column, uint
     const uint32_t u32Cbp = tMb.u32Cbp;
     const bool bAcPred = tMb.u32AcPredFlag;
     // By direction of the prediction.
-    const uint32_t au32Scan[2] = {ptCtx->u32AltVertScan || bAcPred ? 2u : 0u,
-                                  ptCtx->u32AltVertScan ? 2u : bAcPred ? 1u : 0u};
+    const uint32_t au32Scan[2] = {ptCtx->u32AltVertScan || bAcPred ? 2u : 0u, ptCtx->u32AltVertScan ? 2u
+                                                                              : bAcPred             ? 1u
+                                                                                                    : 0u};
     int16_t* ps16Pred = tMb.ptCurMbInfo->as16AcDcPred[0];
     memset(ps16Blocks, 0, 6 * 64 * sizeof *ps16Blocks);
     for (uint32_t b = 0; b < 6; b++, ps16Blocks += 64, ps16Pred += 16) {

@@ -90,9 +90,7 @@ void DecVectors(const Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uin
 uint32_t DecHeader(Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
     MbInfo* const ptInfo = ptMb->ptCurMbInfo;
     if (tBs.Read(1)) {  // not_coded
-        SetAllMvs(ptInfo, {0, 0});
-        ptInfo->u8FieldPred = 0;
-        ptInfo->u8MbType = MB_NOT_CODED;
+        SetNotCoded(ptInfo);
         return kMbHeaderDecoded;
     }
     const uint32_t u32Mcbpc = DecMcbpcInter(tBs);
