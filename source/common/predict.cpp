@@ -156,7 +156,7 @@ void PredictHalf(uint8_t* pu8Dst, const RefPlane& t, const RefPlace& p, int32_t 
 }
 
 // Both components of a half-sample vector as a kernel index.
-MP4V_INLINE int32_t Phase(int32_t s32X, int32_t s32Y) {
+int32_t Phase(int32_t s32X, int32_t s32Y) {
     return (s32X & 1) << 1 | (s32Y & 1);
 }
 
@@ -227,18 +227,18 @@ void PredictQuarter8x8(Mp4vDecCtx* ptCtx, uint8_t* pu8Dst, const RefPlane& t, in
 // ---- Chroma vectors, in half samples of chroma (ISO/IEC 14496-2, 7.6.5)
 
 // Quarter positions go to the half position between.
-MP4V_INLINE int32_t ChromaOfOne(int32_t s32Luma) {
+int32_t ChromaOfOne(int32_t s32Luma) {
     return s32Luma & 3 ? s32Luma >> 1 | 1 : s32Luma / 2;
 }
 
-MP4V_INLINE int32_t ChromaOfFour(int32_t s32Sum) {
+int32_t ChromaOfFour(int32_t s32Sum) {
     const uint32_t u32Magnitude = s32Sum < 0 ? 0 - (uint32_t)s32Sum : (uint32_t)s32Sum;
     const int32_t s32Chroma = (int32_t)(g_au32RoundTab[u32Magnitude & 15] + 2 * (u32Magnitude >> 4));
     return s32Sum < 0 ? -s32Chroma : s32Chroma;
 }
 
 // u32Divide: 2 for vectors in quarter samples, truncated to half samples one by one.
-MP4V_INLINE Mp4vMv SumOfFour(const Mp4vMv* ptMv, int32_t s32Divide) {
+Mp4vMv SumOfFour(const Mp4vMv* ptMv, int32_t s32Divide) {
     Mp4vMv tSum = {0, 0};
     for (int b = 0; b < 4; b++) {
         tSum.s32X = AddWrapping(tSum.s32X, ptMv[b].s32X / s32Divide);
@@ -247,7 +247,7 @@ MP4V_INLINE Mp4vMv SumOfFour(const Mp4vMv* ptMv, int32_t s32Divide) {
     return tSum;
 }
 
-MP4V_INLINE Mp4vMv ChromaVector(const MbInfo& tInfo, int32_t s32Divide) {
+Mp4vMv ChromaVector(const MbInfo& tInfo, int32_t s32Divide) {
     if (tInfo.u8MbType == MB_INTER4V) {
         const Mp4vMv tSum = SumOfFour(tInfo.as32Mv, s32Divide);
         return {ChromaOfFour(tSum.s32X), ChromaOfFour(tSum.s32Y)};
