@@ -24,6 +24,7 @@
 #endif
 
 #define MP4V_VEC static inline __attribute__((always_inline))
+#define MP4V_VEC_MEMBER inline __attribute__((always_inline))
 
 typedef int16_t Vec8 __attribute__((vector_size(16)));
 typedef uint16_t Vec8u __attribute__((vector_size(16)));
@@ -142,6 +143,36 @@ MP4V_VEC Vec8 AddSaturated(Vec8 a, Vec8 b) {
 #endif
 }
 
+MP4V_VEC Bytes16 AddSaturatedU8(Bytes16 a, Bytes16 b) {
+#if MP4V_VEC_SSE2
+    return (Bytes16)_mm_adds_epu8((__m128i)a, (__m128i)b);
+#elif MP4V_VEC_NEON
+    return (Bytes16)vqaddq_u8((uint8x16_t)a, (uint8x16_t)b);
+#else
+    const Bytes16 vSum = a + b;
+    return vSum | (Bytes16)(vSum < a);
+#endif
+}
+
+MP4V_VEC Bytes16 SubSaturatedU8(Bytes16 a, Bytes16 b) {
+#if MP4V_VEC_SSE2
+    return (Bytes16)_mm_subs_epu8((__m128i)a, (__m128i)b);
+#elif MP4V_VEC_NEON
+    return (Bytes16)vqsubq_u8((uint8x16_t)a, (uint8x16_t)b);
+#else
+    return (a - b) & (Bytes16)(a > b);
+#endif
+}
+
+// v plus eight samples. The sums must fit.
+MP4V_VEC Vec8 AddU8(Vec8 v, const uint8_t* pu8) {
+#if MP4V_VEC_NEON
+    return (Vec8)vaddw_u8((uint16x8_t)v, vld1_u8(pu8));
+#else
+    return v + LoadU8(pu8);
+#endif
+}
+
 MP4V_VEC Vec8 Min(Vec8 a, Vec8 b) {
 #if MP4V_VEC_SSE2
     return (Vec8)_mm_min_epi16((__m128i)a, (__m128i)b);
@@ -161,6 +192,48 @@ MP4V_VEC Vec8 Max(Vec8 a, Vec8 b) {
 #else
     const Vec8 vLess = a < b;
     return (b & vLess) | (a & ~vLess);
+#endif
+}
+
+// |a|, of -32768 that is 32767.
+MP4V_VEC Vec8 Magnitude(Vec8 a) {
+#if MP4V_VEC_SSE2
+    return (Vec8)_mm_max_epi16((__m128i)a, _mm_subs_epi16(_mm_setzero_si128(), (__m128i)a));
+#elif MP4V_VEC_NEON
+    return (Vec8)vqabsq_s16((int16x8_t)a);
+#else
+    const Vec8 vSign = a >> 15;
+    const Vec8 v = SubWrap(a ^ vSign, vSign);
+    return v ^ (v >> 15);
+#endif
+}
+
+// Of lanes of [0, 32767].
+MP4V_VEC uint32_t SumLanes(Vec8 a) {
+#if MP4V_VEC_SSE2
+    __m128i v = _mm_madd_epi16((__m128i)a, _mm_set1_epi16(1));
+    v = _mm_add_epi32(v, _mm_shuffle_epi32(v, 0x4E));
+    v = _mm_add_epi32(v, _mm_shuffle_epi32(v, 0xB1));
+    return (uint32_t)_mm_cvtsi128_si32(v);
+#elif MP4V_VEC_NEON
+    return vaddlvq_u16((uint16x8_t)a);
+#else
+    uint32_t u32Sum = 0;
+    for (int i = 0; i < 8; i++) u32Sum += (uint32_t)a[i];
+    return u32Sum;
+#endif
+}
+
+// Some lane is not 0.
+MP4V_VEC bool AnyLane(Vec8 a) {
+#if MP4V_VEC_SSE2
+    return _mm_movemask_epi8(_mm_cmpeq_epi8((__m128i)a, _mm_setzero_si128())) != 0xFFFF;
+#elif MP4V_VEC_NEON
+    return vmaxvq_u32((uint32x4_t)a) != 0;
+#else
+    uint64_t au64[2];
+    memcpy(au64, &a, 16);
+    return (au64[0] | au64[1]) != 0;
 #endif
 }
 
@@ -229,6 +302,24 @@ MP4V_VEC Vec8 MulAddRound15(Vec8 a, Vec8 b) {
 #endif
 }
 
+// (a * kA + 2^14) >> 15, |kA| < 2^15.
+template <int32_t kA>
+MP4V_VEC Vec8 MulRound15(Vec8 a) {
+#if MP4V_VEC_SSE2
+    const __m128i vFactors = _mm_set1_epi32((int32_t)((uint32_t)(1 << 14) << 16 | (uint16_t)kA));
+    const __m128i vOnes = _mm_set1_epi16(1);
+    const __m128i vLow = _mm_madd_epi16(_mm_unpacklo_epi16((__m128i)a, vOnes), vFactors);
+    const __m128i vHigh = _mm_madd_epi16(_mm_unpackhi_epi16((__m128i)a, vOnes), vFactors);
+    return (Vec8)_mm_packs_epi32(_mm_srai_epi32(vLow, 15), _mm_srai_epi32(vHigh, 15));
+#elif MP4V_VEC_NEON
+    return (Vec8)vqrdmulhq_n_s16((int16x8_t)a, kA);
+#else
+    Vec8 v = {};
+    for (int i = 0; i < 8; i++) v[i] = (int16_t)((a[i] * kA + (1 << 14)) >> 15);
+    return v;
+#endif
+}
+
 // (a + b + 1) >> 1
 MP4V_VEC Bytes16 AverageUp(Bytes16 a, Bytes16 b) {
 #if MP4V_VEC_SSE2
@@ -291,6 +382,11 @@ MP4V_VEC Vec8 ZipLow64(Vec8 a, Vec8 b) {
 }
 MP4V_VEC Vec8 ZipHigh64(Vec8 a, Vec8 b) {
     return __builtin_shufflevector(a, b, 4, 5, 6, 7, 12, 13, 14, 15);
+}
+
+// Lanes 1..7, then 0.
+MP4V_VEC Vec8 DropLane0(Vec8 v) {
+    return __builtin_shufflevector(v, Vec8{}, 1, 2, 3, 4, 5, 6, 7, 8);
 }
 
 // Lane j of row i becomes lane i of row j.
