@@ -188,10 +188,12 @@ TEST(VisualObjectSequence, TakesItsProfileWithIt) {
     EXPECT_EQ(parser.Position(), 40u);
 }
 
-// 5 + 6 + 1 + 6 + 1 + 1 bits: the third byte behind the code belongs to it, the fourth does not.
+// 5 + 6 + 1 + 6 + 1 + 1 bits: what seems to begin in the three bytes behind the code is part of it.
 TEST(GroupOfVop, TakesTwentyBitsWithIt) {
     HeaderParser parser;
     EXPECT_EQ(parser.Scan({0, 0, 1, 0xB3, 0, 0, 1, 0xB6, 0xFF, 0xFF, 0xFF}), kBitstream);
+    EXPECT_EQ(parser.Scan({0, 0, 1, 0xB3, 0xFF, 0, 0, 1, 0xB6, 0xFF, 0xFF, 0xFF}), kBitstream);
+    EXPECT_EQ(parser.Scan({0, 0, 1, 0xB3, 0xFF, 0xFF, 0, 0, 1, 0xB6, 0xFF, 0xFF, 0xFF}), kBitstream);
     EXPECT_EQ(parser.Scan({0, 0, 1, 0xB3, 0xFF, 0xFF, 0xFF, 0, 0, 1, 0xB6, 0, 0}), 0u);
     EXPECT_EQ(parser.Position(), 56u);
 }
@@ -209,14 +211,19 @@ TEST(GroupOfVop, ChangesNothing) {
 
 TEST(VisualObject, IsSteppedOverInAllItsForms) {
     for (unsigned form = 0; form < 8; form++) {
-        const VisualObjectHeader header = {
-            .identifier = (form & 1) != 0, .video_signal_type = (form & 2) != 0, .colour_description = (form & 4) != 0};
-        HeaderParser parser;
-        BitWriter bits;
-        header.PutTo(bits);
-        const size_t end = (bits.bit_count() + 7) / 8 * 8;
-        EXPECT_EQ(parser.Scan(PutVop(bits)), 0u) << form;
-        EXPECT_EQ(parser.Position(), end) << form;
+        for (const uint32_t stuffing : {0u, 0xFFu}) {
+            const VisualObjectHeader header = {.identifier = (form & 1) != 0,
+                                               .video_signal_type = (form & 2) != 0,
+                                               .colour_description = (form & 4) != 0};
+            HeaderParser parser;
+            BitWriter bits;
+            header.PutTo(bits);
+            const auto rest = static_cast<unsigned>((8 - bits.bit_count() % 8) % 8);
+            bits.Put(stuffing, rest);
+            const size_t end = bits.bit_count();
+            EXPECT_EQ(parser.Scan(PutVop(bits)), 0u) << form;
+            EXPECT_EQ(parser.Position(), end) << form;
+        }
     }
 }
 

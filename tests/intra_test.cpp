@@ -412,7 +412,7 @@ TEST_F(IntraMb, GoesOnBehindABlockThatFails) {
 // ---- Quantisers that only senseless streams have
 
 TEST_F(IntraMb, AScalerOfZeroGivesQuotientZeroAndForgetsTheDc) {
-    for (const uint8_t quantiser : {uint8_t{0}, uint8_t{32}}) {
+    for (const uint8_t quantiser : {uint8_t{0}, uint8_t{32}, uint8_t{66}, uint8_t{200}}) {
         Start(0, 0, MB_INTRA, quantiser);
         BitWriter bits;
         for (int b = 0; b < 6; b++) bits.Bits(DcCode(7, b < 4));
@@ -431,8 +431,8 @@ TEST_F(IntraMb, ALumaIndexMayReachTheChromaScalers) {
         uint8_t quantiser;
         uint32_t luma, chroma;
     };
-    const Case cases[] = {{31, 46, 25}, {32, 0, 0}, {33, 0, 8}, {34, 8, 8}, {39, 9, 8},
-                          {64, 25, 8},  {65, 0, 8}, {66, 8, 8}, {255, 8, 8}};
+    const Case cases[] = {{31, 46, 25}, {32, 0, 0}, {33, 0, 0}, {34, 8, 0}, {39, 9, 0},
+                          {64, 25, 0},  {65, 0, 0}, {66, 0, 0}, {255, 0, 0}};
     for (const Case& c : cases) {
         Start(0, 0, MB_INTRA, c.quantiser);
         Decode(ZeroBlocks());

@@ -286,25 +286,30 @@ TEST_F(MbHeader, VectorsWrapIntoTheRangeOfTheFcode) {
     ExpectVectors(decoder_.Mb(1, 0), std::vector<Mp4vMv>(4, {-31, 31}));
 }
 
-TEST_F(MbHeader, FcodeZeroSumsWrapInThirtyTwoBitsOnly) {
+TEST_F(MbHeader, FcodeZeroIsLikeOne) {
     decoder_->u32FcodeForward = 0;
-    decoder_.Mb(0, 0).as32Mv[1] = {-2147483647, 100};
-    // motion_code 2 is (1 << 31) + 1 = -2147483647; -2147483647 * 2 = 2 in 32 bits. Code 3 is (2 << 31) + 1 = 1.
+    decoder_.Mb(0, 0).as32Mv[1] = {31, 20};
     EXPECT_EQ(Decode(Header{.differences = {2, 3}}.Write(false), 1, 0), kMbHeaderDecoded);
-    ExpectVectors(decoder_.Mb(1, 0), std::vector<Mp4vMv>(4, {2, 101}));
+    ExpectVectors(decoder_.Mb(1, 0), std::vector<Mp4vMv>(4, {-31, 23}));
 }
 
-TEST_F(MbHeader, FcodeZeroFieldVectorsWrapInThirtyTwoBitsOnly) {
+TEST_F(MbHeader, FcodeZeroIsLikeOneForFieldsToo) {
     decoder_->s16Interlaced = 1;
     decoder_->u32FcodeForward = 0;
     decoder_.Mb(0, 0).as32Mv[1] = {0, 7};
     const Header header{.field_prediction = 1, .differences = {2, 2, -2, -2}};
     EXPECT_EQ(Decode(header.Write(true), 1, 0), kMbHeaderDecoded);
     const MbInfo& mb = decoder_.Mb(1, 0);
-    // y: (0x80000001 + 3) * 2 = 8; (0x7FFFFFFF + 3) * 2 = 4.
-    EXPECT_EQ(mb.as32Mv[0], (Mp4vMv{-2147483647, 8}));
-    EXPECT_EQ(mb.as32Mv[1], (Mp4vMv{2147483647, 4}));
+    EXPECT_EQ(mb.as32Mv[0], (Mp4vMv{2, (2 + 3) * 2}));
+    EXPECT_EQ(mb.as32Mv[1], (Mp4vMv{-2, (-2 + 3) * 2}));
     EXPECT_EQ(mb.as32FieldAvgMv, (Mp4vMv{0, 6}));
+}
+
+TEST_F(MbHeader, SumsOfLeftOverVectorsWrapInThirtyTwoBits) {
+    // Whatever the neighbour's record holds: one correction, and no overflow.
+    decoder_.Mb(0, 0).as32Mv[1] = {INT32_MAX, INT32_MIN};
+    EXPECT_EQ(Decode(Header{.differences = {1, -1}}.Write(false), 1, 0), kMbHeaderDecoded);
+    ExpectVectors(decoder_.Mb(1, 0), std::vector<Mp4vMv>(4, {INT32_MIN + 64, INT32_MAX - 64}));
 }
 
 TEST_F(MbHeader, AnEarlyEndShowsInTheReaderOnly) {

@@ -72,15 +72,13 @@ TEST(DecMv, UndefinedCodesAreMinusFour) {
     EXPECT_EQ(mv.bits, 7u + 6);
 }
 
-TEST(DecMv, FcodeZeroReadsNoResidualAndShiftsByThirtyOne) {
+// vop_fcode_forward 0 is forbidden.
+TEST(DecMv, FcodeZeroIsLikeOne) {
     for (int code = -32; code <= 32; code++) {
         BitWriter bits;
         bits.Bits(MotionCode(code)).Bits("1111");
         const Decoded mv = DecodeMv(bits, 0);
-        // (|code| - 1) << 31: nothing is left of an even number, 2^31 of an odd one.
-        const uint32_t magnitude = (std::abs(code) % 2 ? 0u : 0x80000000u) + 1;
-        const uint32_t expected = code == 0 ? 0 : code > 0 ? magnitude : 0 - magnitude;
-        ASSERT_EQ((uint32_t)mv.value, expected) << code;
+        ASSERT_EQ(mv.value, code);
         ASSERT_EQ(mv.bits, bits.bit_count() - 4) << code;
     }
 }
@@ -108,8 +106,19 @@ TEST(WrapMv, TheRangeDoublesWithFcode) {
     }
 }
 
-TEST(WrapMv, FcodeZeroLeavesEverySum) {
-    for (const int32_t v : {0, 1, -1, 32, -33, 2000, INT32_MAX, INT32_MIN, -INT32_MAX}) EXPECT_EQ(WrapMv(v, 0), v);
+TEST(WrapMv, FcodeZeroIsLikeOne) {
+    EXPECT_EQ(WrapMv(31, 0), 31);
+    EXPECT_EQ(WrapMv(32, 0), -32);
+    EXPECT_EQ(WrapMv(-32, 0), -32);
+    EXPECT_EQ(WrapMv(-33, 0), 31);
+}
+
+TEST(WrapMv, ExtremesDoNotOverflow) {
+    for (uint32_t fcode = 0; fcode <= 7; fcode++) {
+        const int32_t range = 64 << (fcode ? fcode - 1 : 0);
+        EXPECT_EQ(WrapMv(INT32_MAX, fcode), INT32_MAX - range);
+        EXPECT_EQ(WrapMv(INT32_MIN, fcode), INT32_MIN + range);
+    }
 }
 
 TEST(AddWrapping, WrapsLikeTheProcessor) {

@@ -511,22 +511,24 @@ TEST_F(PostProcessMb, TheLastRowOfHeight1080HasEightLumaAndFourChromaLines) {
 
 // No host gets here: only sizes of whole macroblocks are deinterlaced.
 TEST(PostProcess, CopiesAMacroblockThatADeinterlacerWouldPutOutsideThePicture) {
-    for (const uint32_t mode : {2u, 3u}) {
+    const PictureCase cases[] = {{31, 33, 2, 0}, {31, 33, 3, 0}, {32, 24, 2, 0}, {32, 17, 2, 0}};
+    for (const PictureCase& one : cases) {
         Instance decoder(32, 48);
-        decoder.Resize(31, 33);
+        decoder.Resize(one.width, one.height);
         std::mt19937 rng(4);
         decoder.Randomise(decoder->tCurFrame, rng);
-        const size_t size = PictureBytes(31, 33);
+        const uint32_t last_row = decoder->u32MbHeight - 1, luma = one.width * one.height;
+        const size_t size = PictureBytes(one.width, one.height);
         const GuardedBytes picture(size);
         std::fill_n(picture.data(), size, uint8_t{0});
         Model model(decoder, std::vector<uint8_t>(size));
-        for (uint32_t n = 0; n < 6; n++) {
-            decoder.StartAt(n % 2, n / 2);
-            PostProcess_MB(decoder.get(), n % 2, n / 2, picture.data(), picture.data() + 31 * 33,
-                           picture.data() + 31 * 33 * 5 / 4, mode);
-            model.Process(n % 2, n / 2, mode & 1);
+        for (uint32_t column = 0; column < 2; column++) {
+            decoder.StartAt(column, last_row);
+            PostProcess_MB(decoder.get(), column, last_row, picture.data(), picture.data() + luma,
+                           picture.data() + luma * 5 / 4, one.mode);
+            model.Process(column, last_row, one.mode & 1);
         }
-        EXPECT_EQ(std::vector<uint8_t>(picture.data(), picture.data() + size), model.picture()) << mode;
+        EXPECT_EQ(std::vector<uint8_t>(picture.data(), picture.data() + size), model.picture()) << one;
     }
 }
 

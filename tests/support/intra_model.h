@@ -78,9 +78,9 @@ inline IntraMbSymbols RandomIntraMb(std::mt19937& rng, bool dc_apart) {
     return mb;
 }
 
-// Scalers as stored: luma for quantisers 0..32, then chroma for 0..32; 8 for what lies behind.
+// Scalers as stored: luma for quantisers 0..32, then chroma for 0..32; 0 for what lies behind.
 inline int DcScalerAt(int index) {
-    if (index >= 66) return 8;
+    if (index >= 66) return 0;
     const int q = index % 33;
     if (q == 0 || q == 32) return 0;
     if (q < 5) return 8;
