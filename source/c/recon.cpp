@@ -13,17 +13,10 @@ namespace {
 struct Rows {
     uint8_t* pu8Upper;
     uint8_t* pu8Lower;
-    ptrdiff_t pitch;
-    ptrdiff_t threePitches;
+    RowOffsets t;
 
-    Rows(uint8_t* pu8Dst, ptrdiff_t pitch_)
-        : pu8Upper(pu8Dst), pu8Lower(pu8Dst + 4 * pitch_), pitch(pitch_), threePitches(3 * pitch_) {}
-
-    MP4V_VEC_MEMBER uint8_t* At(int y) const {
-        uint8_t* pu8 = y < 4 ? pu8Upper : pu8Lower;
-        const int part = y & 3;
-        return pu8 + (part == 3 ? threePitches : part * pitch);
-    }
+    MP4V_VEC_MEMBER Rows(uint8_t* pu8Dst, ptrdiff_t pitch) : pu8Upper(pu8Dst), t(pitch) { pu8Lower = pu8Dst + t.four; }
+    MP4V_VEC_MEMBER uint8_t* At(int y) const { return (y < 4 ? pu8Upper : pu8Lower) + t[y & 3]; }
 };
 
 // Rows whose values come from the low half of a pair that is descaled together.

@@ -11,6 +11,7 @@
 #ifndef MP4VDEC_SOURCE_C_VEC_H_
 #define MP4VDEC_SOURCE_C_VEC_H_
 
+#include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 
@@ -30,6 +31,24 @@ typedef int16_t Vec8 __attribute__((vector_size(16)));
 typedef uint16_t Vec8u __attribute__((vector_size(16)));
 typedef uint8_t Bytes16 __attribute__((vector_size(16)));
 
+// ---- Addresses
+
+// Hides where an offset comes from: compilers would otherwise form each row's address from the last one's by an
+// addition of its own, where the access itself adds an offset for nothing.
+MP4V_VEC ptrdiff_t Opaque(ptrdiff_t offset) {
+    __asm__("" : "+r"(offset));
+    return offset;
+}
+
+// Offsets of four rows that follow one another.
+struct RowOffsets {
+    ptrdiff_t one, two, three, four;
+
+    explicit MP4V_VEC_MEMBER RowOffsets(ptrdiff_t pitch)
+        : one(pitch), two(Opaque(2 * pitch)), three(Opaque(two + pitch)), four(Opaque(2 * two)) {}
+    MP4V_VEC_MEMBER ptrdiff_t operator[](int y) const { return y == 0 ? 0 : y == 1 ? one : y == 2 ? two : three; }
+};
+
 // ---- Loads and stores
 
 MP4V_VEC Vec8 LoadVec(const int16_t* ps16) {
@@ -43,13 +62,21 @@ MP4V_VEC void StoreVec(int16_t* ps16, Vec8 v) {
 }
 
 MP4V_VEC Bytes16 LoadBytes16(const uint8_t* pu8) {
+#if MP4V_VEC_NEON
+    return (Bytes16)vld1q_u8(pu8);
+#else
     Bytes16 v;
     memcpy(&v, pu8, 16);
     return v;
+#endif
 }
 
 MP4V_VEC void StoreBytes16(uint8_t* pu8, Bytes16 v) {
+#if MP4V_VEC_NEON
+    vst1q_u8(pu8, (uint8x16_t)v);
+#else
     memcpy(pu8, &v, 16);
+#endif
 }
 
 // Bytes 8..15 are 0.
@@ -170,6 +197,25 @@ MP4V_VEC Vec8 AddU8(Vec8 v, const uint8_t* pu8) {
     return (Vec8)vaddw_u8((uint16x8_t)v, vld1_u8(pu8));
 #else
     return v + LoadU8(pu8);
+#endif
+}
+
+// Sums of eight samples each.
+MP4V_VEC Vec8 SumU8(const uint8_t* pu8A, const uint8_t* pu8B) {
+#if MP4V_VEC_NEON
+    return (Vec8)vaddl_u8(vld1_u8(pu8A), vld1_u8(pu8B));
+#else
+    return LoadU8(pu8A) + LoadU8(pu8B);
+#endif
+}
+
+// v >> kShift into bytes 0..7, for results of [0, 255].
+template <int kShift>
+MP4V_VEC Bytes16 NarrowShifted(Vec8 v) {
+#if MP4V_VEC_NEON
+    return (Bytes16)vcombine_u8(vshrn_n_u16((uint16x8_t)v, kShift), vcreate_u8(0));
+#else
+    return NarrowClip(v >> kShift, v >> kShift);
 #endif
 }
 
@@ -334,6 +380,17 @@ MP4V_VEC Bytes16 AverageUp(Bytes16 a, Bytes16 b) {
 // (a + b + 1 - vDown) >> 1, vDown 0 or 1 in every byte.
 MP4V_VEC Bytes16 Average(Bytes16 a, Bytes16 b, Bytes16 vDown) {
     return AverageUp(a, b) - ((a ^ b) & vDown);
+}
+
+// (a + b + 1 - kDown) >> 1
+template <bool kDown>
+MP4V_VEC Bytes16 Average(Bytes16 a, Bytes16 b) {
+    if (!kDown) return AverageUp(a, b);
+#if MP4V_VEC_NEON
+    return (Bytes16)vhaddq_u8((uint8x16_t)a, (uint8x16_t)b);
+#else
+    return Average(a, b, Bytes16{} + 1);
+#endif
 }
 
 // Sum of |a - b| over the 16 bytes.
