@@ -133,66 +133,70 @@ MP4V_VEC Vec8 SumOfMagnitudes(const Vec8* av, int count) {
     return vSum;
 }
 
-// Large coefficients: kernel by kernel.
-template <typename Source, typename Target>
-__attribute__((noinline)) void FinishBlock(int16_t* ps16Block, const Source& tSource, const Target& tTarget) {
+// Large coefficients: kernel by kernel. Everything by value, so that nothing must be in memory for the other paths.
+template <typename Target, typename Source>
+__attribute__((noinline)) void FinishBlock(int16_t* ps16Block, Source tSource, uint8_t* pu8Dst, ptrdiff_t pitch) {
     tSource.Finish(ps16Block);
     Vec8 av[8];
     for (int i = 0; i < 8; i++) av[i] = (Vec8)((Vec8u)LoadVec(ps16Block + 8 * i) << 4);
     transform::InverseTransform(av);
-    tTarget.Put(av);
+    Target{{pu8Dst, pitch}}.Put(av);
 }
 
 // Nonzero are the first four columns of the first four rows.
-template <typename Source, typename Target>
-MP4V_VEC void FinishQuarter(int16_t* ps16Block, const Vec8 (&avRows)[8], const Source& tSource, const Target& tTarget) {
+template <typename Target, typename Source>
+MP4V_VEC void FinishQuarter(int16_t* ps16Block, const Vec8 (&avRows)[8], const Source& tSource, uint8_t* pu8Dst,
+                            ptrdiff_t pitch) {
     Vec8 av[8] = {ZipLow64(avRows[0], avRows[1]), ZipLow64(avRows[2], avRows[3])};
     const int32_t s32Dc = ps16Block[0];
     if (Source::kDcApart) av[0][0] = 0;
-    if (!tSource.IsSmall(SumLanes(SumOfMagnitudes(av, 2)))) return FinishBlock(ps16Block, tSource, tTarget);
+    if (!tSource.IsSmall(SumLanes(SumOfMagnitudes(av, 2))))
+        return FinishBlock<Target>(ps16Block, tSource, pu8Dst, pitch);
     for (int i = 0; i < 2; i++) av[i] = tSource.Scale(av[i]);
     if (Source::kDcApart) av[0][0] = (int16_t)(tSource.Dc(s32Dc) * 16);
     transform::InverseTransformSmall4x4(av, av[0], av[1]);
-    tTarget.Put(av);
+    Target{{pu8Dst, pitch}}.Put(av);
 }
 
-template <typename Source, typename Target>
-MP4V_VEC void FinishWhole(int16_t* ps16Block, Vec8 (&av)[8], const Source& tSource, const Target& tTarget) {
+template <typename Target, typename Source>
+MP4V_VEC void FinishWhole(int16_t* ps16Block, Vec8 (&av)[8], const Source& tSource, uint8_t* pu8Dst, ptrdiff_t pitch) {
     const int32_t s32Dc = ps16Block[0];
     if (Source::kDcApart) av[0][0] = 0;
-    if (!tSource.IsSmall(SumLanes(SumOfMagnitudes(av, 8)))) return FinishBlock(ps16Block, tSource, tTarget);
+    if (!tSource.IsSmall(SumLanes(SumOfMagnitudes(av, 8))))
+        return FinishBlock<Target>(ps16Block, tSource, pu8Dst, pitch);
     for (Vec8& v : av) v = tSource.Scale(v);
     if (Source::kDcApart) av[0][0] = (int16_t)(tSource.Dc(s32Dc) * 16);
     transform::InverseTransformSmall(av);
-    tTarget.Put(av);
+    Target{{pu8Dst, pitch}}.Put(av);
 }
 
-template <typename Source, typename Target>
-MP4V_VEC void ReconBlock(int16_t* ps16Block, const Source& tSource, const Target& tTarget) {
+template <typename Target, typename Source>
+MP4V_VEC void ReconBlock(int16_t* ps16Block, const Source& tSource, uint8_t* pu8Dst, ptrdiff_t pitch) {
     Vec8 av[8];
     for (int i = 0; i < 8; i++) av[i] = LoadVec(ps16Block + 8 * i);
     const Vec8 vUpper = av[1] | av[2] | av[3];
     const Vec8 vLower = av[4] | av[5] | av[6] | av[7];
-    if (AnyLane(vLower | ZipHigh64(av[0] | vUpper, vLower))) return FinishWhole(ps16Block, av, tSource, tTarget);
-    if (AnyLane(vUpper | DropLane0(av[0]))) return FinishQuarter(ps16Block, av, tSource, tTarget);
-    tTarget.PutDc(TransformDc(tSource.Dc(ps16Block[0])));
+    if (AnyLane(vLower | ZipHigh64(av[0] | vUpper, vLower)))
+        return FinishWhole<Target>(ps16Block, av, tSource, pu8Dst, pitch);
+    if (AnyLane(vUpper | DropLane0(av[0]))) return FinishQuarter<Target>(ps16Block, av, tSource, pu8Dst, pitch);
+    Target{{pu8Dst, pitch}}.PutDc(TransformDc(tSource.Dc(ps16Block[0])));
 }
 
 }  // namespace
 
 void AddInterBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    ReconBlock(ps16Block, Coefs{}, AddTo{{pu8Dst, pitch}});
+    ReconBlock<AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
 }
 
 void AddInterBlockH263(int16_t* ps16Block, uint32_t u32Quant, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    ReconBlock(ps16Block, H263Levels{u32Quant}, AddTo{{pu8Dst, pitch}});
+    ReconBlock<AddTo>(ps16Block, H263Levels{u32Quant}, pu8Dst, pitch);
 }
 
 void StoreIntraBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    ReconBlock(ps16Block, IntraCoefs{}, StoreTo{{pu8Dst, pitch}});
+    ReconBlock<StoreTo>(ps16Block, IntraCoefs{}, pu8Dst, pitch);
 }
 
 void StoreIntraBlockH263(int16_t* ps16Block, uint32_t u32Quant, uint32_t u32DcScaler, uint8_t* pu8Dst,
                          ptrdiff_t pitch) {
-    ReconBlock(ps16Block, H263IntraLevels{u32Quant, u32DcScaler}, StoreTo{{pu8Dst, pitch}});
+    ReconBlock<StoreTo>(ps16Block, H263IntraLevels{u32Quant, u32DcScaler}, pu8Dst, pitch);
 }

@@ -241,6 +241,16 @@ MP4V_VEC Vec8 Max(Vec8 a, Vec8 b) {
 #endif
 }
 
+// v >> kShift, clipped to [0, 255]: bytes 0..7 from vLow, 8..15 from vHigh.
+template <int kShift>
+MP4V_VEC Bytes16 NarrowClipShifted(Vec8 vLow, Vec8 vHigh) {
+#if MP4V_VEC_NEON
+    return (Bytes16)vqshrun_high_n_s16(vqshrun_n_s16((int16x8_t)vLow, kShift), (int16x8_t)vHigh, kShift);
+#else
+    return NarrowClip(vLow >> kShift, vHigh >> kShift);
+#endif
+}
+
 // |a|, of -32768 that is 32767.
 MP4V_VEC Vec8 Magnitude(Vec8 a) {
 #if MP4V_VEC_SSE2
@@ -366,6 +376,20 @@ MP4V_VEC Vec8 MulRound15(Vec8 a) {
 #endif
 }
 
+// 20 * vInner - 6 * vNext + 3 * vThird - vOuter + vBias. No part of it may pass 16 bits.
+MP4V_VEC Vec8 WeighTaps(Vec8 vInner, Vec8 vNext, Vec8 vThird, Vec8 vOuter, Vec8 vBias) {
+#if MP4V_VEC_NEON
+    // Hidden, because the small factors would be taken apart into shifts and additions.
+    int16x8_t v20 = vdupq_n_s16(20), v6 = vdupq_n_s16(6), v3 = vdupq_n_s16(3);
+    __asm__("" : "+w"(v20), "+w"(v6), "+w"(v3));
+    int16x8_t v = vmlaq_s16((int16x8_t)(vBias - vOuter), (int16x8_t)vInner, v20);
+    v = vmlaq_s16(v, (int16x8_t)vThird, v3);
+    return (Vec8)vmlsq_s16(v, (int16x8_t)vNext, v6);
+#else
+    return vInner * 20 + (vThird - vNext - vNext) * 3 - vOuter + vBias;
+#endif
+}
+
 // (a + b + 1) >> 1
 MP4V_VEC Bytes16 AverageUp(Bytes16 a, Bytes16 b) {
 #if MP4V_VEC_SSE2
@@ -439,6 +463,14 @@ MP4V_VEC Vec8 ZipLow64(Vec8 a, Vec8 b) {
 }
 MP4V_VEC Vec8 ZipHigh64(Vec8 a, Vec8 b) {
     return __builtin_shufflevector(a, b, 4, 5, 6, 7, 12, 13, 14, 15);
+}
+
+// Bytes 0, 2, 4, ... and bytes 1, 3, 5, ... widened.
+MP4V_VEC Vec8 EvenBytes(Bytes16 v) {
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? (Vec8)((Vec8u)v & 255) : (Vec8)((Vec8u)v >> 8);
+}
+MP4V_VEC Vec8 OddBytes(Bytes16 v) {
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? (Vec8)((Vec8u)v >> 8) : (Vec8)((Vec8u)v & 255);
 }
 
 // Lanes 1..7, then 0.
