@@ -44,16 +44,19 @@ MP4V_VEC void FilterEightRows16(uint8_t* __restrict pu8Dst, const uint8_t* __res
         av[19][y] = pu8Src[16 + y * srcPitch];
     }
     Transpose8x8(avPairs);
-    for (int i = 0; i < 8; i++) {
+    for (int i = 0; i < 2; i++) {
         av[3 + 2 * i] = EvenBytes((Bytes16)avPairs[i]);
         av[4 + 2 * i] = OddBytes((Bytes16)avPairs[i]);
     }
-    for (int x = 0; x < 3; x++) {
-        av[2 - x] = av[3 + x];
-        av[20 + x] = av[19 - x];
-    }
+    for (int x = 0; x < 3; x++) av[2 - x] = av[3 + x];
 #pragma GCC unroll 8
     for (int i = 0; i < 8; i++) {
+        if (i < 6) {  // as late as possible, to stay within the registers
+            av[7 + 2 * i] = EvenBytes((Bytes16)avPairs[i + 2]);
+            av[8 + 2 * i] = OddBytes((Bytes16)avPairs[i + 2]);
+        }
+        if (i == 6) av[20] = av[19], av[21] = av[18];
+        if (i == 7) av[22] = av[17];
         const Bytes16 v = NarrowClipShifted<5>(Filter(av + 2 * i, vBias), Filter(av + 2 * i + 1, vBias));
         avPairs[i] = (Vec8)ZipLow8(v, HighHalf(v));
     }
@@ -92,13 +95,12 @@ template <int kRows, Blend kBlend>
 MP4V_VEC void FilterColumns8(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t dstPitch,
                              ptrdiff_t srcPitch, Vec8 vBias, Bytes16 vDown) {
     Vec8 av[kRows + 7];  // av[3] is row 0; three mirrored rows at each end
-    for (int y = 0; y <= kRows; y++) av[3 + y] = LoadU8(pu8Src + y * srcPitch);
-    for (int y = 0; y < 3; y++) {
-        av[2 - y] = av[3 + y];
-        av[kRows + 4 + y] = av[kRows + 3 - y];
-    }
+    for (int y = 0; y < 4; y++) av[3 + y] = LoadU8(pu8Src + y * srcPitch);
+    for (int y = 0; y < 3; y++) av[2 - y] = av[3 + y];
 #pragma GCC unroll 16  // the taps move on by renaming instead of by copying
     for (int y = 0; y < kRows; y++) {
+        // As late as possible, to stay within the registers.
+        av[y + 7] = y + 4 <= kRows ? LoadU8(pu8Src + (y + 4) * srcPitch) : av[2 * kRows - y];
         const Vec8 vWide = Filter(av + y, vBias);
         Bytes16 v = NarrowClipShifted<5>(vWide, vWide);
         if (kBlend != Blend::kNone)

@@ -385,6 +385,11 @@ MP4V_VEC Vec8 WeighTaps(Vec8 vInner, Vec8 vNext, Vec8 vThird, Vec8 vOuter, Vec8 
     int16x8_t v = vmlaq_s16((int16x8_t)(vBias - vOuter), (int16x8_t)vInner, v20);
     v = vmlaq_s16(v, (int16x8_t)vThird, v3);
     return (Vec8)vmlsq_s16(v, (int16x8_t)vNext, v6);
+#elif MP4V_VEC_SSE2
+    __m128i v20 = _mm_set1_epi16(20), v3 = _mm_set1_epi16(3);
+    __asm__("" : "+x"(v20), "+x"(v3));
+    const Vec8 vFar = (Vec8)_mm_mullo_epi16((__m128i)(vThird - vNext - vNext), v3);
+    return (Vec8)_mm_mullo_epi16((__m128i)vInner, v20) + vFar - vOuter + vBias;
 #else
     return vInner * 20 + (vThird - vNext - vNext) * 3 - vOuter + vBias;
 #endif
