@@ -280,6 +280,22 @@ MP4V_VEC uint32_t SumLanes(Vec8 a) {
 #endif
 }
 
+// The largest of lanes of [0, 32767].
+MP4V_VEC uint32_t MaxLane(Vec8 a) {
+#if MP4V_VEC_SSE2
+    __m128i v = _mm_max_epi16((__m128i)a, _mm_shuffle_epi32((__m128i)a, 0x4E));
+    v = _mm_max_epi16(v, _mm_shufflelo_epi16(v, 0x4E));
+    v = _mm_max_epi16(v, _mm_shufflelo_epi16(v, 0xB1));
+    return (uint32_t)_mm_extract_epi16(v, 0);
+#elif MP4V_VEC_NEON
+    return vmaxvq_u16((uint16x8_t)a);
+#else
+    int16_t s16Max = 0;
+    for (int i = 0; i < 8; i++) s16Max = a[i] > s16Max ? a[i] : s16Max;
+    return (uint32_t)s16Max;
+#endif
+}
+
 // Some lane is not 0.
 MP4V_VEC bool AnyLane(Vec8 a) {
 #if MP4V_VEC_SSE2
