@@ -169,12 +169,14 @@ void DequantMpegInter_c(int16_t* ps16Dst, const int16_t* ps16Src, uint32_t u32Qu
     const Magnitudes t = FindMagnitudes(av);
     Vec8 vParity = {};
     if (IsSmallMpegInter(t.vMax, u32Quant)) {
+#pragma GCC unroll 8
         for (int i = 0; i < 8; i++)
             av[i] = DequantSmallMpegInterRow(av[i], t.av[i], g_as16InterMatrix + 8 * i, (int16_t)u32Quant);
     } else {
         for (int i = 0; i < 8; i++)
             av[i] = DequantMpegInterRow(av[i], MakeMpegStep(g_as16InterMatrix + 8 * i, u32Quant));
     }
+#pragma GCC unroll 8
     for (int i = 0; i < 8; i++) {
         vParity ^= av[i];
         StoreVec(ps16Dst + 8 * i, av[i]);
