@@ -454,17 +454,18 @@ ReplayResult Replay(const DecoderApi& api, const VectorCase& vector) {
     return Session(api, vector).Run();
 }
 
-std::string Compare(const ReplayResult& result, const std::vector<std::string>& expected, Behind behind) {
+std::string Compare(const ReplayResult& result, const std::vector<std::string>& expected, Extent extent) {
     for (size_t i = 0; i < std::max(result.lines.size(), expected.size()); i++) {
         std::string want, digests;
         SplitExpected(i < expected.size() ? expected[i] : "(no more lines)", &want, &digests);
         const bool present = i < result.lines.size();
         std::string got = present ? result.lines[i].text : "(no more lines)";
-        if (behind == Behind::kIsLeftOut) {
+        if (extent != Extent::kAll) {
             want = want.substr(0, want.find(" buffer="));
             got = got.substr(0, got.find(" buffer="));
         }
-        const std::string macroblock = present ? DescribeMacroblock(result.lines[i], digests) : "";
+        const bool samples = present && extent != Extent::kRecords;
+        const std::string macroblock = samples ? DescribeMacroblock(result.lines[i], digests) : "";
         if (want != got || (result.lines[i].delivered && !macroblock.empty())) {
             std::string report = "line " + std::to_string(i + 1) + "\n  want " + want + "\n  got  " + got + macroblock;
             return result.problems.empty() ? report : report + "\n  " + result.problems.front();

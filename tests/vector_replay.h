@@ -60,13 +60,13 @@ std::vector<std::string> ReadLines(const std::string& path);
 
 ReplayResult Replay(const DecoderApi& api, const VectorCase& vector);
 
-// Whether bytes of the caller's buffer that lie behind the current picture count.
-enum class Behind { kCounts, kIsLeftOut };
+// How much of a recording counts: all; all but the bytes of the caller's buffer behind the current picture; what the
+// calls return and write into their records, without samples.
+enum class Extent { kAll, kPictures, kRecords };
 
 // Empty when every line agrees and there were no problems; else says what differs first and where. Without the bytes
 // behind the picture, delivered pictures are compared by their macroblocks.
-std::string Compare(const ReplayResult& result, const std::vector<std::string>& expected,
-                    Behind behind = Behind::kCounts);
+std::string Compare(const ReplayResult& result, const std::vector<std::string>& expected, Extent extent = Extent::kAll);
 
 constexpr uint64_t kFnvBasis = 0xcbf29ce484222325;
 constexpr uint64_t kBufferBasis = 0x14650fb0739d0383;  // what the recorded buffer= values start from
