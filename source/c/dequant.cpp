@@ -105,8 +105,8 @@ MP4V_VEC Vec8 DequantSmallMpegIntraRow(Vec8 vLevel, Vec8 vMagnitude, const int16
 }
 
 MP4V_VEC Vec8 DequantSmallMpegInterRow(Vec8 vLevel, Vec8 vMagnitude, const int16_t* ps16Weights, int16_t s16Quant) {
-    const Vec8 vOdd = vMagnitude + vMagnitude + 1;
-    const Vec8 v = (vOdd * (LoadVec(ps16Weights) * s16Quant)) >> 4;
+    const Vec8u vOdd = (Vec8u)vMagnitude + (Vec8u)vMagnitude + 1;  // of any size at quantiser 0
+    const Vec8 v = (Vec8)((vOdd * (Vec8u)(LoadVec(ps16Weights) * s16Quant)) >> 4);
     return WithSignOf(vLevel, v & (Vec8)(vLevel != 0));
 }
 
