@@ -296,10 +296,10 @@ void CheckPicture(const PictureCase& one, unsigned seed) {
                            picture.data() + luma * 5 / 4, flags);
             model.Process(column, row, flags);
             ASSERT_EQ(decoder->u32LeftDeblockValid, model.left_valid() ? 1u : 0u) << column << ' ' << row;
+            if (std::memcmp(model.picture().data(), picture.data(), size) == 0) continue;
             const auto mismatch = std::mismatch(model.picture().begin(), model.picture().end(), picture.data());
-            ASSERT_TRUE(mismatch.first == model.picture().end())
-                << "macroblock " << column << ' ' << row << ": byte " << mismatch.first - model.picture().begin()
-                << " of " << size << " is " << (int)*mismatch.second << ", should be " << (int)*mismatch.first;
+            FAIL() << "macroblock " << column << ' ' << row << ": byte " << mismatch.first - model.picture().begin()
+                   << " of " << size << " is " << (int)*mismatch.second << ", should be " << (int)*mismatch.first;
         }
     }
 }
