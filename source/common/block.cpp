@@ -11,12 +11,24 @@ int32_t SignExtend12(uint32_t u32Level) {
     return (int32_t)(u32Level ^ 0x800) - 0x800;
 }
 
+int32_t ApplySign(uint32_t u32Level, uint32_t u32Negative) {
+    return u32Negative ? -(int32_t)u32Level : (int32_t)u32Level;
+}
+
+// An entry of the coefficient tables without its sign.
+template <bool kIntra>
+CoefEvent UnpackEvent(uint32_t u32Packed) {
+    const uint32_t u32Level = u32Packed & (kIntra ? 0x3F : 0xF);
+    const uint32_t u32Run = kIntra ? u32Packed >> 6 & 0x3F : u32Packed >> 4 & 0xFF;
+    return {(int32_t)u32Level, u32Run, u32Packed >> 12};
+}
+
 // u32Packed is what follows an escape of mode 1: its level lies above what a code of its own could express. The escape
 // code in this place is unpacked like any other, with a run of up to 191.
 template <bool kIntra>
 CoefEvent RaiseLevel(uint32_t u32Packed, uint32_t u32Negative) {
     const TcoefLimits& tLimits = kIntra ? g_tIntraLimits : g_tInterLimits;
-    CoefEvent tEvent = UnpackEvent<kIntra>(u32Packed, 0);
+    CoefEvent tEvent = UnpackEvent<kIntra>(u32Packed);
     const uint32_t u32LevelMax = tEvent.u32Run < 64 ? tLimits.au8LevelMax[tEvent.u32Last][tEvent.u32Run] : 0;
     tEvent.s32Level = ApplySign((uint32_t)tEvent.s32Level + u32LevelMax, u32Negative);
     return tEvent;
@@ -26,7 +38,7 @@ CoefEvent RaiseLevel(uint32_t u32Packed, uint32_t u32Negative) {
 template <bool kIntra>
 CoefEvent RaiseRun(uint32_t u32Packed, uint32_t u32Negative) {
     const TcoefLimits& tLimits = kIntra ? g_tIntraLimits : g_tInterLimits;
-    CoefEvent tEvent = UnpackEvent<kIntra>(u32Packed, 0);  // level [1, 63]
+    CoefEvent tEvent = UnpackEvent<kIntra>(u32Packed);  // level [1, 63]
     tEvent.u32Run += tLimits.au8RunStep[tEvent.u32Last][tEvent.s32Level];
     tEvent.s32Level = ApplySign((uint32_t)tEvent.s32Level, u32Negative);
     return tEvent;

@@ -26,42 +26,29 @@ struct CoefEvent {
 CoefEvent DecRareIntraEvent(BsCursor* ptBs);
 CoefEvent DecRareInterEvent(BsCursor* ptBs);
 
-static MP4V_INLINE int32_t ApplySign(uint32_t u32Level, uint32_t u32Negative) {
-    return u32Negative ? -(int32_t)u32Level : (int32_t)u32Level;
+// Events are packed as in TcoefEvents; runs that pass any block are 64.
+template <bool kIntra>
+static MP4V_INLINE uint32_t DecRareEvent(BsCursor& tBs) {
+    BsCursor tCopy = tBs;  // whose address may be taken without forcing tBs into memory
+    const CoefEvent tEvent = kIntra ? DecRareIntraEvent(&tCopy) : DecRareInterEvent(&tCopy);
+    tBs = tCopy;
+    const uint32_t u32Step = tEvent.u32Run > 63 ? 65 : tEvent.u32Run + 1;
+    return tEvent.u32Last << 31 | u32Step << 24 | ((uint32_t)tEvent.s32Level & 0xFFFF) << 8;
 }
 
 template <bool kIntra>
-static MP4V_INLINE CoefEvent UnpackEvent(uint32_t u32Packed, uint32_t u32Negative) {
-    const uint32_t u32Level = u32Packed & (kIntra ? 0x3F : 0xF);
-    const uint32_t u32Run = kIntra ? u32Packed >> 6 & 0x3F : u32Packed >> 4 & 0xFF;
-    return {ApplySign(u32Level, u32Negative), u32Run, u32Packed >> 12};
-}
-
-// The entry of an event that is neither escaped nor invalid, else null.
-template <bool kIntra>
-static MP4V_INLINE const VlcEntry* FindPlainTcoef(uint32_t u32Code12) {
-    if (MP4V_UNLIKELY(u32Code12 < 128) && u32Code12 >> 5 == 3) return nullptr;  // 0000011
-    return FindTcoef<kIntra>(u32Code12);
-}
-
-template <bool kIntra>
-static MP4V_INLINE CoefEvent DecEvent(BsCursor& tBs) {
-    const uint32_t u32Bits = tBs.Show(32);
-    const VlcEntry* ptEntry = FindPlainTcoef<kIntra>(u32Bits >> 20);
-    if (MP4V_UNLIKELY(!ptEntry)) {
-        BsCursor tCopy = tBs;  // whose address may be taken without forcing tBs into memory
-        const CoefEvent tEvent = kIntra ? DecRareIntraEvent(&tCopy) : DecRareInterEvent(&tCopy);
-        tBs = tCopy;
-        return tEvent;
+static MP4V_INLINE uint32_t DecEvent(BsCursor& tBs) {
+    const TcoefEvents& tEvents = kIntra ? g_tIntraEvents : g_tInterEvents;
+    uint32_t u32Event = tEvents.au32Short[tBs.u64Bits >> 53];
+    if (MP4V_UNLIKELY(u32Event == 0)) {
+        const uint32_t u32Code = tBs.Show(13);
+        if (u32Code < 256) u32Event = tEvents.au32Long[u32Code];
+        if (u32Event == 0) return DecRareEvent<kIntra>(tBs);
     }
-    const uint32_t u32Length = (uint32_t)ptEntry->s32Length;
     // The intra syntax is read code, then sign; the inter syntax as a whole.
-    if (kIntra) {
-        SkipTwice(tBs, u32Length, 1);
-    } else {
-        tBs.Skip(u32Length + 1);
-    }
-    return UnpackEvent<kIntra>((uint32_t)ptEntry->s32Value, u32Bits << u32Length >> 31);
+    const uint32_t u32Length = u32Event & 63;
+    tBs.SkipTwice(u32Length - kIntra, kIntra);
+    return u32Event;
 }
 
 // What a block's last event was.
@@ -71,20 +58,28 @@ struct BlockEnd {
     int32_t s32Level;
 };
 
+static MP4V_INLINE int16_t LevelOf(uint32_t u32Event) {
+    return (int16_t)(u32Event >> 8 & 0xFFFF);
+}
+
 template <bool kIntra>
 static MP4V_INLINE BlockEnd DecEvents(BsCursor& tBs, int16_t* ps16Block, const uint16_t* pu16Scan, uint32_t u32Start) {
-    uint32_t i = u32Start < 64 ? u32Start : 64;  // no sum below can wrap
+    uint32_t i = (u32Start < 64 ? u32Start : 64) - 1;  // no sum below can wrap
+    uint32_t u32Event;
     for (;;) {
-        const CoefEvent tEvent = DecEvent<kIntra>(tBs);
-        i += tEvent.u32Run;
-        if (MP4V_UNLIKELY(i > 63)) {
-            tBs.u32BsError = ERR_VID_MPEG4DEC_COEFF;
-            return {1, 0, 0};
-        }
-        const uint32_t u32RasterIndex = pu16Scan[i++];
-        ps16Block[u32RasterIndex] = (int16_t)tEvent.s32Level;
-        if (tEvent.u32Last) return {0, u32RasterIndex, tEvent.s32Level};
+        u32Event = DecEvent<kIntra>(tBs);
+        i += u32Event >> 24;
+        if (i > 63) break;  // a last event, or past the block
+        ps16Block[pu16Scan[i]] = LevelOf(u32Event);
     }
+    i -= u32Event >> 31 << 7;
+    if (MP4V_UNLIKELY(i > 63)) {
+        tBs.u32BsError = ERR_VID_MPEG4DEC_COEFF;
+        return {1, 0, 0};
+    }
+    const uint32_t u32RasterIndex = pu16Scan[i];
+    ps16Block[u32RasterIndex] = LevelOf(u32Event);
+    return {0, u32RasterIndex, LevelOf(u32Event)};
 }
 
 // Returns the last level, or ERR_VID_MPEG4DEC_COEFF. u32Start: scan index of the first coefficient; 1 when the DC is

@@ -30,6 +30,7 @@ static MP4V_INLINE uint32_t LoadBigEndian32(const uint8_t* pu8) {
 extern "C" uint32_t BsLoadNearEnd(const uint8_t* pu8BufStart, uint64_t u64Offset, uint32_t u32BufLen);
 
 struct BsCursor {
+    uint64_t u64Bits;    // what is ahead: u64Window << u32BitPos
     uint64_t u64Window;  // u32CurWord:u32NextWord
     uint32_t u32BitPos;  // [0, 31]
     uint32_t u32BsError;
@@ -43,7 +44,9 @@ struct BsCursor {
           u32BsError(tBs.u32BsError),
           pu8ReadPtr(reinterpret_cast<const uint8_t*>(tBs.pu32ReadPtr)),
           pu8BufStart(tBs.pu8BufStart),
-          u32BufLen(tBs.u32BufLen) {}
+          u32BufLen(tBs.u32BufLen) {
+        u64Bits = u64Window << u32BitPos;
+    }
 
     MP4V_INLINE void StoreTo(BsReader* ptBs) const {
         ptBs->u32CurWord = (uint32_t)(u64Window >> 32);
@@ -54,12 +57,16 @@ struct BsCursor {
     }
 
     // 1 <= n <= 32
-    MP4V_INLINE uint32_t Show(uint32_t u32Bits) const { return (uint32_t)((u64Window << u32BitPos) >> (64 - u32Bits)); }
+    MP4V_INLINE uint32_t Show(uint32_t u32Bits) const { return (uint32_t)(u64Bits >> (64 - u32Bits)); }
 
     // 0 <= n <= 32
-    MP4V_INLINE void Skip(uint32_t u32Bits) {
-        u32BitPos += u32Bits;
-        if (u32BitPos > 31) Refill();
+    MP4V_INLINE void Skip(uint32_t u32Bits) { SkipTwice(u32Bits, 0); }
+
+    // Skip(u32First), then Skip(u32Second); together at most 32.
+    MP4V_INLINE void SkipTwice(uint32_t u32First, uint32_t u32Second) {
+        u64Bits <<= u32First + u32Second;
+        u32BitPos += u32First + u32Second;
+        if (u32BitPos & 32) Refill(u32Second);
     }
 
     // 1 <= n <= 32
@@ -70,20 +77,25 @@ struct BsCursor {
     }
 
   private:
-    MP4V_INLINE void Refill() {
+    // u32Last: how many of the skipped bits were skipped by a step of their own. Where the end of the chunk is near,
+    // it matters which step crosses into the next word.
+    MP4V_INLINE void Refill(uint32_t u32Last) {
         u32BitPos -= 32;
         // At most a word ahead of what is consumed: while the word begins inside the chunk or right behind it, it can
         // be loaded whole and nothing can have been read past the end.
         const uint64_t u64Offset = (uint64_t)((uintptr_t)pu8ReadPtr - (uintptr_t)pu8BufStart);
+        uint32_t u32Word;
         if (MP4V_LIKELY(u64Offset <= u32BufLen)) {
-            u64Window = u64Window << 32 | LoadBigEndian32(pu8ReadPtr);
-            pu8ReadPtr += 4;
-            return;
+            u32Word = LoadBigEndian32(pu8ReadPtr);
+        } else {
+            u32Word = BsLoadNearEnd(pu8BufStart, u64Offset, u32BufLen);
+            const uint32_t u32Crossed = u32BitPos >= u32Last ? u32BitPos - u32Last : u32BitPos;
+            const uint64_t u64Consumed = u64Offset - ((32 - u32Crossed) >> 3);  // whole bytes touched so far
+            if (u64Consumed > u32BufLen) u32BsError = ERR_VID_MPEG4DEC_BITSTREAM;
         }
-        u64Window = u64Window << 32 | BsLoadNearEnd(pu8BufStart, u64Offset, u32BufLen);
         pu8ReadPtr = reinterpret_cast<const uint8_t*>((uintptr_t)pu8ReadPtr + 4);
-        const uint64_t u64Consumed = u64Offset - ((32 - u32BitPos) >> 3);  // whole bytes touched so far
-        if (u64Consumed > u32BufLen) u32BsError = ERR_VID_MPEG4DEC_BITSTREAM;
+        u64Window = u64Window << 32 | u32Word;
+        u64Bits |= (uint64_t)u32Word << u32BitPos;
     }
 };
 

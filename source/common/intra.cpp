@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "c/recon.h"
+#include "c/vec.h"
 #include "common/block.h"
 #include "common/bsreader.h"
 #include "common/kernels.h"
@@ -35,109 +36,104 @@ int32_t Divider(uint32_t u32Quant) {
     return u32Quant < 32 ? g_al32Divider[u32Quant] : 0;
 }
 
-struct Source {
-    const int16_t* ps16Pred;  // a block's as16AcDcPred
-    uint32_t u32Quant;
+// Where a block's predictors lie.
+enum Place : uint8_t { kCur, kLeft, kTop, kTopLeft, kPlaces };
+struct BlockPlaces {
+    Place eLeft, eTopLeft, eTop;
+    uint8_t u8Left, u8TopLeft, u8Top;  // the block there
+};
+constexpr BlockPlaces kBlockPlaces[6] = {
+    {kLeft, kTopLeft, kTop, 1, 3, 2},  //
+    {kCur, kTop, kTop, 0, 2, 3},       //
+    {kLeft, kLeft, kCur, 3, 1, 0},     //
+    {kCur, kCur, kCur, 2, 0, 1},       //
+    {kLeft, kTopLeft, kTop, 4, 4, 4},  //
+    {kLeft, kTopLeft, kTop, 5, 5, 5},
 };
 
-// The neighbours of the current macroblock, as its blocks see them.
+typedef const int16_t BlockPred[16];
+
+constexpr int16_t kNoNeighbour[6][16] = {{1024}, {1024}, {1024}, {1024}, {1024}, {1024}};
+
+// The predictors around the current macroblock and the quantisers that they were coded with.
 struct Neighbours {
-    const MbInfo* ptCur;
-    const MbInfo* ptLeft;  // null: not there or not intra
-    const MbInfo* ptTop;
-    const MbInfo* ptTopLeft;
-    uint32_t u32LeftQuant;
-    uint32_t u32TopQuant;
+    BlockPred* apPred[kPlaces];
+    uint32_t au32Quant[kPlaces];
 };
 
-const MbInfo* IfIntra(bool bInside, const MbInfo* ptMb) {
-    return bInside && IsIntra(ptMb->u8MbType) ? ptMb : nullptr;
-}
-
-const int16_t* PredOf(const MbInfo* ptMb, uint32_t u32Block) {
-    return ptMb ? ptMb->as16AcDcPred[u32Block] : g_as16DefaultAcDcValue;
+void LookAt(Neighbours* pt, Place ePlace, bool bInside, const MbInfo* ptMb) {
+    if (!bInside || !IsIntra(ptMb->u8MbType)) return;
+    pt->apPred[ePlace] = ptMb->as16AcDcPred;
+    pt->au32Quant[ePlace] = ptMb->u8Qp;
 }
 
 Neighbours FindNeighbours(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
     const MbInfo* const ptCur = ptCtx->tMb.ptCurMbInfo;
     const ptrdiff_t row = (ptrdiff_t)ptCtx->u32MbWidth + 1;
-    Neighbours t;
-    t.ptCur = ptCur;
-    t.ptLeft = IfIntra(u32Column > 0, ptCur - 1);
-    t.ptTop = IfIntra(u32Row > 0, ptCur - row);
-    t.ptTopLeft = IfIntra(u32Column > 0 && u32Row > 0, ptCur - row - 1);
-    t.u32LeftQuant = t.ptLeft ? t.ptLeft->u8Qp : ptCur->u8Qp;
-    t.u32TopQuant = t.ptTop ? t.ptTop->u8Qp : ptCur->u8Qp;
+    const uint32_t u32Quant = ptCur->u8Qp;
+    Neighbours t = {{ptCur->as16AcDcPred, kNoNeighbour, kNoNeighbour, kNoNeighbour},
+                    {u32Quant, u32Quant, u32Quant, u32Quant}};
+    LookAt(&t, kLeft, u32Column > 0, ptCur - 1);
+    LookAt(&t, kTop, u32Row > 0, ptCur - row);
+    LookAt(&t, kTopLeft, u32Column > 0 && u32Row > 0, ptCur - row - 1);
     return t;
-}
-
-// Where each block's predictors lie: in the current macroblock or in a neighbour, and in which of its blocks.
-enum Place : uint8_t { kCur, kLeft, kTop, kTopLeft };
-struct BlockPlaces {
-    Place eLeft;
-    uint8_t u8Left;
-    Place eTopLeft;
-    uint8_t u8TopLeft;
-    Place eTop;
-    uint8_t u8Top;
-};
-constexpr BlockPlaces kPlaces[6] = {
-    {kLeft, 1, kTopLeft, 3, kTop, 2},  //
-    {kCur, 0, kTop, 2, kTop, 3},       //
-    {kLeft, 3, kLeft, 1, kCur, 0},     //
-    {kCur, 2, kCur, 0, kCur, 1},       //
-    {kLeft, 4, kTopLeft, 4, kTop, 4},  //
-    {kLeft, 5, kTopLeft, 5, kTop, 5},
-};
-
-Source SourceAt(const Neighbours& t, Place ePlace, uint32_t u32Block) {
-    switch (ePlace) {
-        case kLeft:
-            return {PredOf(t.ptLeft, u32Block), t.u32LeftQuant};
-        case kTop:
-            return {PredOf(t.ptTop, u32Block), t.u32TopQuant};
-        case kTopLeft:
-            return {PredOf(t.ptTopLeft, u32Block), 0};  // only its DC is looked at
-        default:
-            return {t.ptCur->as16AcDcPred[u32Block], t.ptCur->u8Qp};
-    }
 }
 
 struct Prediction {
     bool bVertical;
-    Source tSource;
+    const int16_t* ps16Pred;
+    uint32_t u32Quant;
 };
 
 // ISO/IEC 14496-2, 7.4.3.1: from the side where the DC changes less; ties go left.
-Prediction ChooseDirection(const Neighbours& t, uint32_t u32Block) {
-    const BlockPlaces& p = kPlaces[u32Block];
-    const Source tLeft = SourceAt(t, p.eLeft, p.u8Left);
-    const Source tTop = SourceAt(t, p.eTop, p.u8Top);
-    const int32_t s32TopLeftDc = SourceAt(t, p.eTopLeft, p.u8TopLeft).ps16Pred[0];
-    const int32_t s32Horizontal = tLeft.ps16Pred[0] - s32TopLeftDc;
-    const int32_t s32Vertical = s32TopLeftDc - tTop.ps16Pred[0];
-    const bool bVertical = __builtin_abs(s32Horizontal) < __builtin_abs(s32Vertical);
-    return {bVertical, bVertical ? tTop : tLeft};
+MP4V_INLINE Prediction ChooseDirection(const Neighbours& t, uint32_t u32Block) {
+    const BlockPlaces& p = kBlockPlaces[u32Block];
+    const int16_t* const ps16Left = t.apPred[p.eLeft][p.u8Left];
+    const int16_t* const ps16Top = t.apPred[p.eTop][p.u8Top];
+    const int32_t s32TopLeftDc = t.apPred[p.eTopLeft][p.u8TopLeft][0];
+    const int32_t s32Horizontal = ps16Left[0] - s32TopLeftDc;
+    const int32_t s32Vertical = s32TopLeftDc - ps16Top[0];
+    if (__builtin_abs(s32Horizontal) < __builtin_abs(s32Vertical)) return {true, ps16Top, t.au32Quant[p.eTop]};
+    return {false, ps16Left, t.au32Quant[p.eLeft]};
 }
 
-// Adds the seven AC predictors, rescaled from their quantiser to the current one by a reciprocal.
-void PredictAc(int16_t* ps16Block, const Prediction& tPred, uint32_t u32Quant) {
-    const int16_t* const ps16Source = tPred.tSource.ps16Pred + (tPred.bVertical ? 0 : 7);
-    const uint32_t u32Step = tPred.bVertical ? 1 : 8;
-    const uint32_t u32Divider = (uint32_t)Divider(u32Quant);
-    for (uint32_t k = 1; k < 8; k++) {
-        const int32_t s32Value = ps16Source[k];
-        if (s32Value == 0) continue;
-        const uint32_t u32Scaled = (uint32_t)__builtin_abs(s32Value) * tPred.tSource.u32Quant + (u32Quant >> 1);
-        const int32_t s32Pred = (int32_t)(u32Scaled * u32Divider) >> 16;
-        ps16Block[k * u32Step] = (int16_t)(ps16Block[k * u32Step] + (s32Value < 0 ? -s32Pred : s32Pred));
-    }
+MP4V_INLINE Vec8u Splat(uint32_t u32) {
+    return (Vec8u){} + (uint16_t)u32;
 }
 
-void StorePredictors(int16_t* ps16Pred, const int16_t* ps16Block, int32_t s32Scaler) {
-    for (int k = 1; k < 8; k++) ps16Pred[k] = ps16Block[k];
+// AC predictors brought from their quantiser to the current one: (|v| * from + to / 2) * divider >> 16 with the sign
+// of v, of which the low 16 bits count. u32From [0, 255].
+MP4V_INLINE Vec8 Rescale(Vec8 v, uint32_t u32From, uint32_t u32To) {
+    const Vec8u vSign = (Vec8u)(v >> 15);
+    const Vec8u vAbs = ((Vec8u)v ^ vSign) - vSign;
+    const uint32_t u32Divider = (uint32_t)Divider(u32To);  // [0, 65537]
+    const Vec8u vLow = vAbs * Splat(u32From) + Splat(u32To >> 1);
+    const Vec8u vCarry = (Vec8u)(vLow < Splat(u32To >> 1));  // -1 or 0
+    const Vec8u vHigh = MulHigh(vAbs, Splat(u32From)) - vCarry;
+    const Vec8u vScaled = MulHigh(vLow, Splat(u32Divider)) + vLow * Splat(u32Divider >> 16) + vHigh * Splat(u32Divider);
+    return (Vec8)((vScaled ^ vSign) - vSign);
+}
+
+// All lanes but the first.
+MP4V_INLINE Vec8 AcLanes(Vec8 v) {
+    return v & (Vec8){0, -1, -1, -1, -1, -1, -1, -1};
+}
+
+MP4V_INLINE void StoreColumn(int16_t* ps16Pred, const int16_t* ps16Block) {
     for (int k = 1; k < 8; k++) ps16Pred[7 + k] = ps16Block[8 * k];
-    ps16Pred[0] = (int16_t)(s32Scaler * ps16Block[0]);
+}
+
+// Adds the seven AC predictors to the first row or column of the block, and keeps both in the block's record.
+MP4V_INLINE void PredictAc(int16_t* ps16Block, int16_t* ps16Pred, const Prediction& t, uint32_t u32Quant) {
+    const Vec8 vPred = AcLanes(Rescale(LoadVec(t.ps16Pred + (t.bVertical ? 0 : 7)), t.u32Quant, u32Quant));
+    StoreColumn(ps16Pred, ps16Block);
+    if (t.bVertical) {
+        StoreVec(ps16Block, AddWrap(LoadVec(ps16Block), vPred));
+    } else {
+        StoreVec(ps16Pred + 7, AddWrap(LoadVec(ps16Pred + 7), vPred));
+        for (int k = 1; k < 8; k++) ps16Block[8 * k] = ps16Pred[7 + k];
+    }
+    StoreVec(ps16Pred, LoadVec(ps16Block));
 }
 
 int32_t DecDc(BsCursor& tBs, bool bLuma) {
@@ -156,24 +152,33 @@ void DecIntraMB(Mp4vDecCtx* ptCtx, int16_t* ps16Blocks, uint32_t u32Column, uint
     const Neighbours tNeighbours = FindNeighbours(ptCtx, u32Column, u32Row);
     const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
     const bool bDcApart = ptCtx->u32IntraDcThr > u32Quant;
-    const uint32_t au32Scaler[2] = {DcScaler(u32Quant), DcScaler(33 + u32Quant)};
+    const uint32_t u32Cbp = tMb.u32Cbp;
+    const bool bAcPred = tMb.u32AcPredFlag;
+    // By direction of the prediction.
+    const uint32_t au32Scan[2] = {ptCtx->u32AltVertScan || bAcPred ? 2u : 0u, ptCtx->u32AltVertScan ? 2u
+                                                                              : bAcPred             ? 1u
+                                                                                                    : 0u};
+    int16_t* ps16Pred = tMb.ptCurMbInfo->as16AcDcPred[0];
     memset(ps16Blocks, 0, 6 * 64 * sizeof *ps16Blocks);
-    for (uint32_t b = 0; b < 6; b++) {
-        int16_t* const ps16Block = ps16Blocks + 64 * b;
-        const int32_t s32Scaler = (int32_t)au32Scaler[b >= 4];
-        if (bDcApart) ps16Block[0] = (int16_t)DecDc(tBs, b < 4);
+    for (uint32_t b = 0; b < 6; b++, ps16Blocks += 64, ps16Pred += 16) {
+        const int32_t s32Scaler = (int32_t)DcScaler(b < 4 ? u32Quant : 33 + u32Quant);
+        const int32_t s32Dc = bDcApart ? DecDc(tBs, b < 4) : 0;
         const Prediction tPred = ChooseDirection(tNeighbours, b);
-        uint32_t u32Scan = 0;
-        if (ptCtx->u32AltVertScan) {
-            u32Scan = 2;
-        } else if (tMb.u32AcPredFlag) {
-            u32Scan = tPred.bVertical ? 1 : 2;
+        const int32_t s32DcPred = s32Scaler ? (tPred.ps16Pred[0] + (s32Scaler >> 1)) / s32Scaler : 0;
+        const bool bCoded = u32Cbp >> (5 - b) & 1;
+        ps16Blocks[0] = (int16_t)s32Dc;
+        if (bCoded) DecIntraBlock(tBs, ps16Blocks, au32Scan[tPred.bVertical], bDcApart);
+        ps16Blocks[0] = (int16_t)(ps16Blocks[0] + s32DcPred);
+        if (bAcPred) {
+            PredictAc(ps16Blocks, ps16Pred, tPred, u32Quant);
+        } else if (bCoded) {
+            StoreColumn(ps16Pred, ps16Blocks);
+            StoreVec(ps16Pred, LoadVec(ps16Blocks));
+        } else {
+            StoreVec(ps16Pred, Vec8{});
+            StoreVec(ps16Pred + 7, Vec8{});
         }
-        if (tMb.u32Cbp >> (5 - b) & 1) DecIntraBlock(tBs, ps16Block, u32Scan, bDcApart);
-        const int32_t s32Dc = s32Scaler ? (tPred.tSource.ps16Pred[0] + (s32Scaler >> 1)) / s32Scaler : 0;
-        ps16Block[0] = (int16_t)(ps16Block[0] + s32Dc);
-        if (tMb.u32AcPredFlag) PredictAc(ps16Block, tPred, u32Quant);
-        StorePredictors(tMb.ptCurMbInfo->as16AcDcPred[b], ps16Block, s32Scaler);
+        ps16Pred[0] = (int16_t)(s32Scaler * ps16Blocks[0]);
         tMb.au32DcScaler[b] = (uint32_t)s32Scaler;
     }
     tBs.StoreTo(&ptCtx->tBs);

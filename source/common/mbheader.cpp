@@ -14,16 +14,14 @@ void SetAllMvs(MbInfo* ptMb, Mp4vMv tMv) {
 }
 
 // Predictor plus difference, x before y.
-Mp4vMv DecVector(BsCursor& tBs, uint32_t u32Fcode, Mp4vMv tPred) {
+MP4V_INLINE Mp4vMv DecVector(BsCursor& tBs, uint32_t u32Fcode, Mp4vMv tPred) {
     const int32_t s32X = WrapMv(AddWrapping(tPred.s32X, DecMv(tBs, u32Fcode)), u32Fcode);
     const int32_t s32Y = WrapMv(AddWrapping(tPred.s32Y, DecMv(tBs, u32Fcode)), u32Fcode);
     return {s32X, s32Y};
 }
 
-Mp4vMv Predictor(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, uint32_t u32Block) {
-    Mp4vMv t;
-    GetPMV(ptCtx, u32Column, u32Row, ptCtx->u32MbWidth, u32Block, &t.s32X, &t.s32Y);
-    return t;
+MP4V_INLINE Mp4vMv Predictor(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, uint32_t u32Block) {
+    return FindPmv(ptCtx->tMb.ptCurMbInfo, u32Column, u32Row, ptCtx->u32MbWidth, u32Block);
 }
 
 Mp4vMv FieldPredictor(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
@@ -33,7 +31,7 @@ Mp4vMv FieldPredictor(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32R
 }
 
 // A field vector counts lines of a field: its vertical part is predicted and coded at half the scale.
-Mp4vMv DecFieldVector(BsCursor& tBs, uint32_t u32Fcode, Mp4vMv tPred) {
+MP4V_INLINE Mp4vMv DecFieldVector(BsCursor& tBs, uint32_t u32Fcode, Mp4vMv tPred) {
     const int32_t s32X = WrapMv(AddWrapping(tPred.s32X, DecMv(tBs, u32Fcode)), u32Fcode);
     const int32_t s32Half = AddWrapping(DecMv(tBs, u32Fcode), tPred.s32Y / 2);
     const int32_t s32Y = WrapMv(AddWrapping(s32Half, s32Half), u32Fcode);
@@ -45,7 +43,8 @@ int32_t FieldAverage(int32_t s32Top, int32_t s32Bottom) {
     return s32Sum >> 1 | (s32Sum & 1);
 }
 
-void DecFieldVectors(const Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
+MP4V_INLINE void DecFieldVectors(const Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uint32_t u32Column,
+                                 uint32_t u32Row) {
     MbInfo* const ptInfo = ptMb->ptCurMbInfo;
     const uint32_t u32Fcode = ptCtx->u32FcodeForward;
     ptMb->u8FwdTopFieldRef = (uint8_t)tBs.Read(1);
@@ -58,7 +57,7 @@ void DecFieldVectors(const Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb
     ptInfo->as32FieldAvgMv = {FieldAverage(tTop.s32X, tBottom.s32X), FieldAverage(tTop.s32Y, tBottom.s32Y)};
 }
 
-void DecQuantiser(Mp4vDecCtx* ptCtx, BsCursor& tBs, MbInfo* ptInfo) {
+MP4V_INLINE void DecQuantiser(Mp4vDecCtx* ptCtx, BsCursor& tBs, MbInfo* ptInfo) {
     if (!ptCtx->u16QpCarry) ptCtx->u32RunningQp = ptCtx->u32VopQuant;
     if (ptInfo->u8MbType == MB_INTER_Q || ptInfo->u8MbType == MB_INTRA_Q) {
         ptCtx->u32RunningQp = ChangeQuantiser(ptCtx->u32RunningQp, tBs.Read(2));
@@ -66,7 +65,8 @@ void DecQuantiser(Mp4vDecCtx* ptCtx, BsCursor& tBs, MbInfo* ptInfo) {
     ptInfo->u8Qp = (uint8_t)ptCtx->u32RunningQp;
 }
 
-void DecVectors(const Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
+MP4V_INLINE void DecVectors(const Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uint32_t u32Column,
+                            uint32_t u32Row) {
     MbInfo* const ptInfo = ptMb->ptCurMbInfo;
     const uint32_t u32Fcode = ptCtx->u32FcodeForward;
     if (IsIntra(ptInfo->u8MbType)) {
@@ -87,12 +87,11 @@ void DecVectors(const Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uin
     }
 }
 
-uint32_t DecHeader(Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
+MP4V_INLINE uint32_t DecHeader(Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* ptMb, uint32_t u32Column,
+                               uint32_t u32Row) {
     MbInfo* const ptInfo = ptMb->ptCurMbInfo;
     if (tBs.Read(1)) {  // not_coded
-        SetAllMvs(ptInfo, {0, 0});
-        ptInfo->u8FieldPred = 0;
-        ptInfo->u8MbType = MB_NOT_CODED;
+        SetNotCoded(ptInfo);
         return kMbHeaderDecoded;
     }
     const uint32_t u32Mcbpc = DecMcbpcInter(tBs);

@@ -9,12 +9,6 @@
 
 namespace {
 
-int32_t Median(int32_t s32A, int32_t s32B, int32_t s32C) {
-    const int32_t s32Low = s32A < s32B ? s32A : s32B;
-    const int32_t s32High = s32A < s32B ? s32B : s32A;
-    return s32C < s32Low ? s32Low : s32C > s32High ? s32High : s32C;
-}
-
 constexpr Mp4vMv kZeroMv = {0, 0};
 
 // A neighbour's vector as macroblocks of interlaced VOLs see it. null: outside the picture.
@@ -32,13 +26,6 @@ int32_t DecMV_c(BsReader* ptBs, uint32_t u32Fcode) {
     return s32Difference;
 }
 
-int32_t WrapMv(int32_t s32Value, uint32_t u32Fcode) {
-    const int32_t s32Half = 32 << ResidualBits(u32Fcode);
-    if (s32Value < -s32Half) return s32Value + 2 * s32Half;
-    if (s32Value > s32Half - 1) return s32Value - 2 * s32Half;
-    return s32Value;
-}
-
 void MPEG4DecGetMedian_c(const Mp4vMv* ptA, const Mp4vMv* ptB, const Mp4vMv* ptC, int32_t* ps32X, int32_t* ps32Y) {
     *ps32X = Median(ptA->s32X, ptB->s32X, ptC->s32X);
     *ps32Y = Median(ptA->s32Y, ptB->s32Y, ptC->s32Y);
@@ -46,33 +33,9 @@ void MPEG4DecGetMedian_c(const Mp4vMv* ptA, const Mp4vMv* ptB, const Mp4vMv* ptC
 
 void GetPMV(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, uint32_t u32MbWidth, uint32_t u32Block,
             int32_t* ps32X, int32_t* ps32Y) {
-    // The spare records around the picture hold zero vectors, as do intra and not-coded neighbours: no availability
-    // test.
-    const MbInfo* const ptCur = ptCtx->tMb.ptCurMbInfo;
-    const Mp4vMv* const ptCurMv = ptCur->as32Mv;
-    const Mp4vMv* const ptLeftMv = (ptCur - 1)->as32Mv;
-    if (u32Row == 0 && u32Block < 2) {
-        const Mp4vMv* const ptOnly = u32Block == 1 ? &ptCurMv[0] : u32Column == 0 ? &kZeroMv : &ptLeftMv[1];
-        *ps32X = ptOnly->s32X;
-        *ps32Y = ptOnly->s32Y;
-        return;
-    }
-    const Mp4vMv* const ptTopMv = (ptCur - (ptrdiff_t)u32MbWidth - 1)->as32Mv;
-    const Mp4vMv* const ptTopRightMv = (ptCur - (ptrdiff_t)u32MbWidth)->as32Mv;
-    switch (u32Block) {
-        case 0:
-            GetMedian(&ptLeftMv[1], &ptTopMv[2], &ptTopRightMv[2], ps32X, ps32Y);
-            break;
-        case 1:
-            GetMedian(&ptCurMv[0], &ptTopMv[3], &ptTopRightMv[2], ps32X, ps32Y);
-            break;
-        case 2:
-            GetMedian(&ptLeftMv[3], &ptCurMv[0], &ptCurMv[1], ps32X, ps32Y);
-            break;
-        default:
-            GetMedian(&ptCurMv[2], &ptCurMv[0], &ptCurMv[1], ps32X, ps32Y);
-            break;
-    }
+    const Mp4vMv t = FindPmv(ptCtx->tMb.ptCurMbInfo, u32Column, u32Row, u32MbWidth, u32Block);
+    *ps32X = t.s32X;
+    *ps32Y = t.s32Y;
 }
 
 void GetPmvField(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, uint32_t u32MbWidth, int32_t* ps32X,

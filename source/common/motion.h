@@ -5,6 +5,7 @@
 #ifndef MP4VDEC_SOURCE_COMMON_MOTION_H_
 #define MP4VDEC_SOURCE_COMMON_MOTION_H_
 
+#include "common/kernels.h"
 #include "common/vlc.h"
 
 extern "C" {
@@ -41,6 +42,53 @@ static MP4V_INLINE int32_t DecMv(BsCursor& tBs, uint32_t u32Fcode) {
 }
 
 // Brings a sum of predictor and difference back into the range of its f_code, [0, 7], by one correction.
-int32_t WrapMv(int32_t s32Value, uint32_t u32Fcode);
+static MP4V_INLINE int32_t WrapMv(int32_t s32Value, uint32_t u32Fcode) {
+    const int32_t s32Half = 32 << ResidualBits(u32Fcode);
+    if (s32Value < -s32Half) return s32Value + 2 * s32Half;
+    if (s32Value > s32Half - 1) return s32Value - 2 * s32Half;
+    return s32Value;
+}
+
+static MP4V_INLINE int32_t Median(int32_t s32A, int32_t s32B, int32_t s32C) {
+    const int32_t s32Low = s32A < s32B ? s32A : s32B;
+    const int32_t s32High = s32A < s32B ? s32B : s32A;
+    const int32_t s32Raised = s32C < s32Low ? s32Low : s32C;
+    return s32Raised > s32High ? s32High : s32Raised;
+}
+
+// GetMedian, without a call where it is the portable kernel.
+static MP4V_INLINE Mp4vMv MedianOf(const Mp4vMv* ptA, const Mp4vMv* ptB, const Mp4vMv* ptC) {
+    if (MP4V_LIKELY(GetMedian == MPEG4DecGetMedian_c)) {
+        return {Median(ptA->s32X, ptB->s32X, ptC->s32X), Median(ptA->s32Y, ptB->s32Y, ptC->s32Y)};
+    }
+    Mp4vMv t;
+    GetMedian(ptA, ptB, ptC, &t.s32X, &t.s32Y);
+    return t;
+}
+
+// GetPMV by value.
+static MP4V_INLINE Mp4vMv FindPmv(const MbInfo* ptCur, uint32_t u32Column, uint32_t u32Row, uint32_t u32MbWidth,
+                                  uint32_t u32Block) {
+    // The spare records around the picture hold zero vectors, as do intra and not-coded neighbours: no availability
+    // test.
+    const Mp4vMv* const ptCurMv = ptCur->as32Mv;
+    const Mp4vMv* const ptLeftMv = (ptCur - 1)->as32Mv;
+    if (u32Row == 0 && u32Block < 2) {
+        if (u32Block == 1) return ptCurMv[0];
+        return u32Column == 0 ? Mp4vMv{0, 0} : ptLeftMv[1];
+    }
+    const Mp4vMv* const ptTopMv = (ptCur - (ptrdiff_t)u32MbWidth - 1)->as32Mv;
+    const Mp4vMv* const ptTopRightMv = (ptCur - (ptrdiff_t)u32MbWidth)->as32Mv;
+    switch (u32Block) {
+        case 0:
+            return MedianOf(&ptLeftMv[1], &ptTopMv[2], &ptTopRightMv[2]);
+        case 1:
+            return MedianOf(&ptCurMv[0], &ptTopMv[3], &ptTopRightMv[2]);
+        case 2:
+            return MedianOf(&ptLeftMv[3], &ptCurMv[0], &ptCurMv[1]);
+        default:
+            return MedianOf(&ptCurMv[2], &ptCurMv[0], &ptCurMv[1]);
+    }
+}
 
 #endif  // MP4VDEC_SOURCE_COMMON_MOTION_H_

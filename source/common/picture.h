@@ -19,6 +19,14 @@ static inline void StartMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Ro
     tMb.pu8DstV = ptCtx->tCurFrame.pu8V + chroma;
 }
 
+// The same for the macroblock to the right of the current one.
+static inline void NextMb(Mp4vMbScratch* ptMb) {
+    ptMb->ptCurMbInfo++;
+    ptMb->pu8DstY += 16;
+    ptMb->pu8DstU += 8;
+    ptMb->pu8DstV += 8;
+}
+
 // Hands the finished macroblock to post-processing when this picture is output. *pu32Flags carries its changes on.
 static inline void OutputMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, uint8_t* pu8Out,
                             uint32_t* pu32Flags) {

@@ -5,6 +5,8 @@
 
 #include <string.h>
 
+#include "c/copy_rows.h"
+#include "common/bsreader.h"
 #include "common/kernels.h"
 
 namespace {
@@ -166,10 +168,40 @@ void DeblockMb(Mp4vDecCtx* ptCtx, const Picture& tPic, const MbPlace& t) {
     ptCtx->u32LeftDeblockValid = 1;
 }
 
-}  // namespace
+// The macroblock as it is, when all of it lies inside the picture. Reports false, and does nothing, when not.
+MP4V_INLINE bool CopyWholeMb(const Mp4vDecCtx* ptCtx, uint32_t u32MbX, uint32_t u32MbY, uint8_t* pu8OutY,
+                             uint8_t* pu8OutU, uint8_t* pu8OutV) {
+    const Mp4vMbScratch& tMb = ptCtx->tMb;
+    const ptrdiff_t width = (ptrdiff_t)ptCtx->u32Width;
+    const ptrdiff_t chroma_pitch = width / 2;
+    const ptrdiff_t stride = (ptrdiff_t)ptCtx->u32LumaStride;
+    const uint8_t* const pu8End = pu8OutY + width * (ptrdiff_t)ptCtx->u32Height * 3 / 2;
+    const ptrdiff_t chroma = 8 * ((ptrdiff_t)u32MbY * chroma_pitch + (ptrdiff_t)u32MbX);
+    uint8_t* const pu8Y = pu8OutY + 16 * ((ptrdiff_t)u32MbY * width + (ptrdiff_t)u32MbX);
+    uint8_t* const pu8U = pu8OutU + chroma;
+    uint8_t* const pu8V = pu8OutV + chroma;
+    // The planes follow one another, so V ends last.
+    const bool bInside = pu8OutY <= pu8OutU && pu8OutU <= pu8OutV && pu8Y + 15 * width + 15 < pu8End &&
+                         pu8V + 7 * chroma_pitch + 7 < pu8End;
+    if (MP4V_UNLIKELY(!bInside)) return false;
+    if (MP4V_LIKELY(MemCopyStride16x16 == MemCopyStride16x16_c)) {
+        CopyRows<16, 16>(tMb.pu8DstY, stride, pu8Y, width);
+    } else {
+        MemCopyStride16x16(tMb.pu8DstY, (int32_t)stride, pu8Y, (int32_t)width);
+    }
+    if (MP4V_LIKELY(MemCopyStride8x8 == MemCopyStride8x8_c)) {
+        CopyRows<8, 8>(tMb.pu8DstU, stride / 2, pu8U, chroma_pitch);
+        CopyRows<8, 8>(tMb.pu8DstV, stride / 2, pu8V, chroma_pitch);
+    } else {
+        MemCopyStride8x8(tMb.pu8DstU, (int32_t)(stride / 2), pu8U, (int32_t)chroma_pitch);
+        MemCopyStride8x8(tMb.pu8DstV, (int32_t)(stride / 2), pu8V, (int32_t)chroma_pitch);
+    }
+    return true;
+}
 
-void PostProcess_MB(Mp4vDecCtx* ptCtx, uint32_t u32MbX, uint32_t u32MbY, uint8_t* pu8OutY, uint8_t* pu8OutU,
-                    uint8_t* pu8OutV, uint32_t u32Flags) {
+// Whatever the flags and wherever the macroblock lies.
+__attribute__((noinline)) void PostProcessAny(Mp4vDecCtx* ptCtx, uint32_t u32MbX, uint32_t u32MbY, uint8_t* pu8OutY,
+                                              uint8_t* pu8OutU, uint8_t* pu8OutV, uint32_t u32Flags) {
     const ptrdiff_t width = (ptrdiff_t)ptCtx->u32Width;
     const ptrdiff_t height = (ptrdiff_t)ptCtx->u32Height;
     const ptrdiff_t mb_x = (ptrdiff_t)u32MbX;
@@ -214,4 +246,18 @@ void PostProcess_MB(Mp4vDecCtx* ptCtx, uint32_t u32MbX, uint32_t u32MbY, uint8_t
     } else {
         ptCtx->u32LeftDeblockValid = 0;
     }
+}
+
+}  // namespace
+
+void PostProcess_MB(Mp4vDecCtx* ptCtx, uint32_t u32MbX, uint32_t u32MbY, uint8_t* pu8OutY, uint8_t* pu8OutU,
+                    uint8_t* pu8OutV, uint32_t u32Flags) {
+    // The last row of other heights may be half a macroblock.
+    const bool bPlain = !(u32Flags & (kPostFieldStacked | kPostDeinterlace | kPostDeblock)) &&
+                        (u32MbY + 1 != ptCtx->u32MbHeight || ptCtx->u32Height % 16 == 0);
+    if (bPlain && CopyWholeMb(ptCtx, u32MbX, u32MbY, pu8OutY, pu8OutU, pu8OutV)) {
+        ptCtx->u32LeftDeblockValid = 0;
+        return;
+    }
+    PostProcessAny(ptCtx, u32MbX, u32MbY, pu8OutY, pu8OutU, pu8OutV, u32Flags);
 }

@@ -23,6 +23,28 @@ struct RefPlane {
     int64_t width, height, border;  // samples
 };
 
+// A plane of the reference with its border, where nearly all predictions lie: what that takes, and no more.
+struct RefWindow {
+    ptrdiff_t stride;
+    int32_t s32Border;
+    uint32_t u32Columns, u32Rows;  // with the borders
+
+    // The block at a place, with one column and one row more, lies inside.
+    MP4V_INLINE bool Contains(int32_t s32X, int32_t s32Y, int32_t s32Columns, int32_t s32Rows) const {
+        return (uint32_t)(s32X + s32Border) < u32Columns - (uint32_t)s32Columns &&
+               (uint32_t)(s32Y + s32Border) < u32Rows - (uint32_t)s32Rows;
+    }
+    MP4V_INLINE ptrdiff_t Offset(int32_t s32X, int32_t s32Y) const { return s32Y * stride + s32X; }
+};
+
+MP4V_INLINE RefWindow LumaWindow(const Mp4vDecCtx* ptCtx) {
+    return {(ptrdiff_t)ptCtx->u32LumaStride, kLumaBorder, ptCtx->u32LumaStride, ptCtx->u32PaddedHeight};
+}
+
+MP4V_INLINE RefWindow ChromaWindow(const Mp4vDecCtx* ptCtx) {
+    return {(ptrdiff_t)ptCtx->u32LumaStride / 2, kLumaBorder / 2, ptCtx->u32LumaStride / 2, ptCtx->u32PaddedHeight / 2};
+}
+
 // Where a prediction comes from: the first sample's column and line, and the lines from one row to the next (2: a
 // field).
 struct RefPlace {
@@ -62,7 +84,8 @@ void FetchBlock(uint8_t* pu8Local, const RefPlane& t, const RefPlace& p, int64_t
 // Half-sample kernels of a block size. s32Phase: bit 1 the horizontal half, bit 0 the vertical half.
 struct HalfPel16x16 {
     static constexpr int kColumns = 16, kRows = 16;
-    static void Run(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch, int32_t s32Phase, uint32_t u32Rounding) {
+    static MP4V_INLINE void Run(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch, int32_t s32Phase,
+                                uint32_t u32Rounding) {
         switch (s32Phase) {
             case 0:
                 return MemCopy16x16(pu8Dst, pu8Src, s32Pitch);
@@ -78,7 +101,8 @@ struct HalfPel16x16 {
 
 struct HalfPel8x8 {
     static constexpr int kColumns = 8, kRows = 8;
-    static void Run(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch, int32_t s32Phase, uint32_t u32Rounding) {
+    static MP4V_INLINE void Run(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch, int32_t s32Phase,
+                                uint32_t u32Rounding) {
         switch (s32Phase) {
             case 0:
                 return MemCopy8x8(pu8Dst, pu8Src, s32Pitch);
@@ -94,7 +118,8 @@ struct HalfPel8x8 {
 
 struct HalfPel8x4 {
     static constexpr int kColumns = 8, kRows = 4;
-    static void Run(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch, int32_t s32Phase, uint32_t u32Rounding) {
+    static MP4V_INLINE void Run(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch, int32_t s32Phase,
+                                uint32_t u32Rounding) {
         switch (s32Phase) {
             case 0:
                 return MemCopy8x4(pu8Dst, pu8Src, s32Pitch);
@@ -131,7 +156,7 @@ void PredictHalf(uint8_t* pu8Dst, const RefPlane& t, const RefPlace& p, int32_t 
 }
 
 // Both components of a half-sample vector as a kernel index.
-int32_t Phase(int32_t s32X, int32_t s32Y) {
+MP4V_INLINE int32_t Phase(int32_t s32X, int32_t s32Y) {
     return (s32X & 1) << 1 | (s32Y & 1);
 }
 
@@ -202,18 +227,18 @@ void PredictQuarter8x8(Mp4vDecCtx* ptCtx, uint8_t* pu8Dst, const RefPlane& t, in
 // ---- Chroma vectors, in half samples of chroma (ISO/IEC 14496-2, 7.6.5)
 
 // Quarter positions go to the half position between.
-int32_t ChromaOfOne(int32_t s32Luma) {
+MP4V_INLINE int32_t ChromaOfOne(int32_t s32Luma) {
     return s32Luma & 3 ? s32Luma >> 1 | 1 : s32Luma / 2;
 }
 
-int32_t ChromaOfFour(int32_t s32Sum) {
+MP4V_INLINE int32_t ChromaOfFour(int32_t s32Sum) {
     const uint32_t u32Magnitude = s32Sum < 0 ? 0 - (uint32_t)s32Sum : (uint32_t)s32Sum;
     const int32_t s32Chroma = (int32_t)(g_au32RoundTab[u32Magnitude & 15] + 2 * (u32Magnitude >> 4));
     return s32Sum < 0 ? -s32Chroma : s32Chroma;
 }
 
 // u32Divide: 2 for vectors in quarter samples, truncated to half samples one by one.
-Mp4vMv SumOfFour(const Mp4vMv* ptMv, int32_t s32Divide) {
+MP4V_INLINE Mp4vMv SumOfFour(const Mp4vMv* ptMv, int32_t s32Divide) {
     Mp4vMv tSum = {0, 0};
     for (int b = 0; b < 4; b++) {
         tSum.s32X = AddWrapping(tSum.s32X, ptMv[b].s32X / s32Divide);
@@ -222,7 +247,7 @@ Mp4vMv SumOfFour(const Mp4vMv* ptMv, int32_t s32Divide) {
     return tSum;
 }
 
-Mp4vMv ChromaVector(const MbInfo& tInfo, int32_t s32Divide) {
+MP4V_INLINE Mp4vMv ChromaVector(const MbInfo& tInfo, int32_t s32Divide) {
     if (tInfo.u8MbType == MB_INTER4V) {
         const Mp4vMv tSum = SumOfFour(tInfo.as32Mv, s32Divide);
         return {ChromaOfFour(tSum.s32X), ChromaOfFour(tSum.s32Y)};
@@ -300,9 +325,49 @@ void PredictField(const Mp4vDecCtx* ptCtx, const RefPlanes& t, uint32_t u32Colum
     PredictHalf<HalfPel8x4>(tMb.pu8DstV + field * t.v.stride, t.v, tChroma, s32ChromaPhase, u32Rounding);
 }
 
-}  // namespace
+// A macroblock of one half-sample vector, or of four, when all that it needs lies inside the reference planes with
+// their borders. Reports false, and does nothing, when not.
+bool PredictInside(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    const Mp4vMbScratch& tMb = ptCtx->tMb;
+    const MbInfo& tInfo = *tMb.ptCurMbInfo;
+    const RefWindow tLuma = LumaWindow(ptCtx);
+    const RefWindow tChroma = ChromaWindow(ptCtx);
+    const uint32_t u32Rounding = ptCtx->u32RoundingType;
+    const int32_t s32X = (int32_t)(16 * u32Column);
+    const int32_t s32Y = (int32_t)(16 * u32Row);
+    const bool bFour = tInfo.u8MbType == MB_INTER4V;
 
-void PredictInterMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    const Mp4vMv tChromaMv = ChromaVector(tInfo, 1);
+    const int32_t s32ChromaX = s32X / 2 + (tChromaMv.s32X >> 1);
+    const int32_t s32ChromaY = s32Y / 2 + (tChromaMv.s32Y >> 1);
+    if (!tChroma.Contains(s32ChromaX, s32ChromaY, 8, 8)) return false;
+    const uint8_t* apu8Src[4];
+    for (int32_t b = 0; b < (bFour ? 4 : 1); b++) {
+        const int32_t s32BlockX = s32X + 8 * (b & 1) + (tInfo.as32Mv[b].s32X >> 1);
+        const int32_t s32BlockY = s32Y + 8 * (b >> 1) + (tInfo.as32Mv[b].s32Y >> 1);
+        const int32_t s32Size = bFour ? 8 : 16;
+        if (!tLuma.Contains(s32BlockX, s32BlockY, s32Size, s32Size)) return false;
+        apu8Src[b] = ptCtx->tRefFrame.pu8Y + tLuma.Offset(s32BlockX, s32BlockY);
+    }
+
+    const int32_t s32Pitch = (int32_t)tLuma.stride;
+    const Mp4vMv* const ptMv = tInfo.as32Mv;
+    if (!bFour) {
+        HalfPel16x16::Run(tMb.pu8DstY, apu8Src[0], s32Pitch, Phase(ptMv[0].s32X, ptMv[0].s32Y), u32Rounding);
+    } else {
+        for (int32_t b = 0; b < 4; b++) {
+            HalfPel8x8::Run(tMb.pu8DstY + 8 * (b & 1) + 8 * (b >> 1) * tLuma.stride, apu8Src[b], s32Pitch,
+                            Phase(ptMv[b].s32X, ptMv[b].s32Y), u32Rounding);
+        }
+    }
+    const ptrdiff_t chroma = tChroma.Offset(s32ChromaX, s32ChromaY);
+    const int32_t s32Phase = Phase(tChromaMv.s32X, tChromaMv.s32Y);
+    HalfPel8x8::Run(tMb.pu8DstU, ptCtx->tRefFrame.pu8U + chroma, s32Pitch / 2, s32Phase, u32Rounding);
+    HalfPel8x8::Run(tMb.pu8DstV, ptCtx->tRefFrame.pu8V + chroma, s32Pitch / 2, s32Phase, u32Rounding);
+    return true;
+}
+
+__attribute__((noinline)) void PredictAnywhere(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
     const Mp4vMbScratch& tMb = ptCtx->tMb;
     const RefPlanes tPlanes = FindPlanes(ptCtx);
     if (tMb.ptCurMbInfo->u8FieldPred) {
@@ -316,4 +381,12 @@ void PredictInterMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
     const int64_t y = (int64_t)8 * u32Row;
     PredictFrame<HalfPel8x8>(tMb.pu8DstU, tPlanes.u, x, y, tChroma, ptCtx->u32RoundingType);
     PredictFrame<HalfPel8x8>(tMb.pu8DstV, tPlanes.v, x, y, tChroma, ptCtx->u32RoundingType);
+}
+
+}  // namespace
+
+void PredictInterMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    const bool bHalfSample = !ptCtx->tMb.ptCurMbInfo->u8FieldPred && !ptCtx->u16QuarterSample;
+    if (bHalfSample && PredictInside(ptCtx, u32Column, u32Row)) return;
+    PredictAnywhere(ptCtx, u32Column, u32Row);
 }

@@ -5,6 +5,7 @@
 
 #include <string.h>
 
+#include "c/copy_rows.h"
 #include "c/image.h"
 #include "c/recon.h"
 #include "common/block.h"
@@ -83,12 +84,48 @@ void AddResidual(Mp4vDecCtx* ptCtx) {
                     bFieldDct ? 2 * s32Stride : s32Stride, s32Stride / 2);
 }
 
-void CopyFromReference(const Mp4vDecCtx* ptCtx) {
+// Motion zero of all three planes.
+MP4V_INLINE void CopyFromReference(const Mp4vDecCtx* ptCtx) {
     const Mp4vMbScratch& tMb = ptCtx->tMb;
     const int32_t s32Stride = (int32_t)ptCtx->u32LumaStride;
-    MemCopy16x16(tMb.pu8DstY, ptCtx->tRefFrame.pu8Y + (tMb.pu8DstY - ptCtx->tCurFrame.pu8Y), s32Stride);
-    MemCopy8x8(tMb.pu8DstU, ptCtx->tRefFrame.pu8U + (tMb.pu8DstU - ptCtx->tCurFrame.pu8U), s32Stride / 2);
-    MemCopy8x8(tMb.pu8DstV, ptCtx->tRefFrame.pu8V + (tMb.pu8DstV - ptCtx->tCurFrame.pu8V), s32Stride / 2);
+    const uint8_t* const pu8Y = ptCtx->tRefFrame.pu8Y + (tMb.pu8DstY - ptCtx->tCurFrame.pu8Y);
+    const uint8_t* const pu8U = ptCtx->tRefFrame.pu8U + (tMb.pu8DstU - ptCtx->tCurFrame.pu8U);
+    const uint8_t* const pu8V = ptCtx->tRefFrame.pu8V + (tMb.pu8DstV - ptCtx->tCurFrame.pu8V);
+    if (MP4V_LIKELY(MemCopy16x16 == MP4DecMemCopy16x16_c)) {
+        CopyRows<16, 16>(pu8Y, s32Stride, tMb.pu8DstY, s32Stride);
+    } else {
+        MemCopy16x16(tMb.pu8DstY, pu8Y, s32Stride);
+    }
+    if (MP4V_LIKELY(MemCopy8x8 == MP4DecMemCopy8x8_c)) {
+        CopyRows<8, 8>(pu8U, s32Stride / 2, tMb.pu8DstU, s32Stride / 2);
+        CopyRows<8, 8>(pu8V, s32Stride / 2, tMb.pu8DstV, s32Stride / 2);
+    } else {
+        MemCopy8x8(tMb.pu8DstU, pu8U, s32Stride / 2);
+        MemCopy8x8(tMb.pu8DstV, pu8V, s32Stride / 2);
+    }
+}
+
+// Consumes a set not_coded bit that is not the last of its word; others are left to DecMBInfo.
+MP4V_INLINE bool SkipNotCoded(BsReader* ptBs) {
+    if (ptBs->u32BitPos == 31 || (ptBs->u32CurWord << ptBs->u32BitPos) >> 31 == 0) return false;
+    ptBs->u32BitPos++;
+    return true;
+}
+
+MP4V_INLINE uint32_t DecHeader(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    if (!SkipNotCoded(&ptCtx->tBs)) return DecMBInfo(ptCtx, &ptCtx->tMb, u32Column, u32Row);
+    SetNotCoded(ptCtx->tMb.ptCurMbInfo);
+    return kMbHeaderDecoded;
+}
+
+// Half of the predictors only, those of blocks 0 to 2: what prediction finds depends on it.
+MP4V_INLINE void ClearPredictors(MbInfo* ptInfo) {
+    constexpr uint32_t kBytes = sizeof ptInfo->as16AcDcPred / 2;
+    if (MP4V_LIKELY(MemSet == MP4DecMemSet_c)) {
+        memset(ptInfo->as16AcDcPred, 0, kBytes);
+    } else {
+        MemSet(ptInfo->as16AcDcPred, 0, kBytes);
+    }
 }
 
 void ReconstructMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
@@ -110,15 +147,14 @@ uint32_t PVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags) {
     VopEdgeExpand(ptCtx, &ptCtx->tRefFrame);
     ptCtx->u32RunningQp = ptCtx->u32VopQuant;
     for (uint32_t u32Row = 0; u32Row < ptCtx->u32MbHeight; u32Row++) {
-        for (uint32_t u32Column = 0; u32Column < ptCtx->u32MbWidth; u32Column++) {
-            StartMb(ptCtx, u32Column, u32Row);
+        StartMb(ptCtx, 0, u32Row);
+        for (uint32_t u32Column = 0; u32Column < ptCtx->u32MbWidth; u32Column++, NextMb(&ptCtx->tMb)) {
             MbInfo* const ptInfo = ptCtx->tMb.ptCurMbInfo;
-            const uint32_t u32Header = DecMBInfo(ptCtx, &ptCtx->tMb, u32Column, u32Row);
+            const uint32_t u32Header = DecHeader(ptCtx, u32Column, u32Row);
             if (u32Header == kMbHeaderInvalid) return ptCtx->tBs.u32BsError = ERR_VID_MPEG4DEC_COEFF;
             if (u32Header == kMbHeaderDecoded) {
                 ReconstructMb(ptCtx, u32Column, u32Row);
-                // Half of the predictors only, those of blocks 0 to 2: what prediction finds depends on it.
-                if (!IsIntra(ptInfo->u8MbType)) MemSet(ptInfo->as16AcDcPred, 0, sizeof ptInfo->as16AcDcPred / 2);
+                if (!IsIntra(ptInfo->u8MbType)) ClearPredictors(ptInfo);
                 OutputMb(ptCtx, u32Column, u32Row, pu8Out, &u32Flags);
             }
             if (ptCtx->tBs.u32BsError) return ptCtx->tBs.u32BsError;

@@ -5,6 +5,8 @@
 #ifndef MP4VDEC_SOURCE_COMMON_PVOP_H_
 #define MP4VDEC_SOURCE_COMMON_PVOP_H_
 
+#include <string.h>
+
 #include "common/context.h"
 
 enum : uint32_t {
@@ -23,6 +25,13 @@ MP4VDEC_API uint32_t DecMBInfo(Mp4vDecCtx* ptCtx, Mp4vMbScratch* ptMb, uint32_t 
 
 // Decodes a P-VOP behind its header; arguments and result as of IVopDecode.
 MP4VDEC_API uint32_t PVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags);
+}
+
+// The record of a macroblock with not_coded.
+static inline void SetNotCoded(MbInfo* ptMb) {
+    memset(ptMb->as32Mv, 0, sizeof ptMb->as32Mv);
+    ptMb->u8FieldPred = 0;
+    ptMb->u8MbType = MB_NOT_CODED;
 }
 
 #endif  // MP4VDEC_SOURCE_COMMON_PVOP_H_

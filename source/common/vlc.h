@@ -13,21 +13,9 @@
 
 #define MP4V_INVALID_CODE UINT32_C(0xFFFFFFFF)
 
-// Skip(u32First), then Skip(u32Second); together at most 32. Where the end of the chunk is near, the two steps can
-// notice it at different positions; elsewhere one step does.
+// Skip(u32First), then Skip(u32Second); together at most 32.
 static MP4V_INLINE void SkipTwice(BsCursor& tBs, uint32_t u32First, uint32_t u32Second) {
-    const uint32_t u32BitPos = tBs.u32BitPos + u32First + u32Second;
-    if (u32BitPos <= 31) {
-        tBs.u32BitPos = u32BitPos;
-        return;
-    }
-    const uint64_t u64Ahead = (uint64_t)((uintptr_t)tBs.pu8ReadPtr - (uintptr_t)tBs.pu8BufStart);
-    if (MP4V_LIKELY(u64Ahead <= tBs.u32BufLen)) {
-        tBs.Skip(u32First + u32Second);
-    } else {
-        tBs.Skip(u32First);
-        tBs.Skip(u32Second);
-    }
+    tBs.SkipTwice(u32First, u32Second);
 }
 
 // The mcbpc decoders show 9 bits; stuffing in front of the code is absorbed.

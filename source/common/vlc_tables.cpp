@@ -234,6 +234,33 @@ constexpr VlcTable<N> ExpandTcoef(const TcoefCode (&atCodes)[M], uint32_t u32Run
     return tBuilder.tTable;
 }
 
+// Fills all values of u32IndexBits bits that begin with a code.
+template <size_t N>
+constexpr void FillEvent(uint32_t (&au32Table)[N], uint32_t u32IndexBits, CodeBits tCode, uint32_t u32Event) {
+    if (tCode.u32Length > u32IndexBits) return;
+    const uint32_t u32Free = u32IndexBits - tCode.u32Length;
+    for (uint32_t i = 0; i < 1u << u32Free; i++) {
+        const uint32_t u32Index = tCode.u32Bits << u32Free | i;
+        if (u32Index < N) au32Table[u32Index] = u32Event;
+    }
+}
+
+template <size_t M>
+constexpr TcoefEvents ExpandEvents(const TcoefCode (&atCodes)[M]) {
+    TcoefEvents tEvents = {};
+    for (const TcoefCode& t : atCodes) {
+        const CodeBits tCode = ParseBits(t.ps8Bits);
+        for (uint32_t u32Sign = 0; u32Sign < 2; u32Sign++) {
+            const CodeBits tSigned = {tCode.u32Bits << 1 | u32Sign, tCode.u32Length + 1};
+            const uint32_t u32Level = (uint32_t)(u32Sign ? -t.s32Level : t.s32Level) & 0xFFFF;
+            const uint32_t u32Event = (uint32_t)t.s32Last << 31 | (uint32_t)(t.s32Run + 1) << 24 | u32Level << 8;
+            FillEvent(tEvents.au32Short, 11, tSigned, u32Event | tSigned.u32Length);
+            FillEvent(tEvents.au32Long, 13, tSigned, u32Event | tSigned.u32Length);
+        }
+    }
+    return tEvents;
+}
+
 // The escape limits are what the table itself can express.
 template <size_t M>
 constexpr TcoefLimits FindLimits(const TcoefCode (&atCodes)[M]) {
@@ -272,6 +299,9 @@ constexpr VlcTable<112> g_atTableB17_1 = ExpandTcoef<112>(kInterTcoefCodes, 4, 7
 constexpr VlcTable<96> g_atTableB17_2 = ExpandTcoef<96>(kInterTcoefCodes, 4, 10, 32);
 constexpr VlcTable<120> g_atTableB17_3 = ExpandTcoef<120>(kInterTcoefCodes, 4, 12, 8);
 static_assert(CountUnused(g_atTableB17_1) + CountUnused(g_atTableB17_2) + CountUnused(g_atTableB17_3) == 0);
+
+constexpr TcoefEvents g_tIntraEvents = ExpandEvents(kIntraTcoefCodes);
+constexpr TcoefEvents g_tInterEvents = ExpandEvents(kInterTcoefCodes);
 
 constexpr TcoefLimits g_tIntraLimits = FindLimits(kIntraTcoefCodes);
 constexpr TcoefLimits g_tInterLimits = FindLimits(kInterTcoefCodes);

@@ -26,6 +26,13 @@ struct VlcTable {
 // The value of the escape code in the coefficient tables, in both layouts.
 #define MP4V_TCOEF_ESCAPE 0x1BFF
 
+// The same events for the block loops, sign included: by the next 11 bits or, where those are below 64, by the next 13.
+// Bits 0..5: length; 8..23: signed level; 24..30: run + 1; 31: last. 0 where there is an escape or no code.
+struct TcoefEvents {
+    uint32_t au32Short[2048];
+    uint32_t au32Long[256];
+};
+
 // How far an escaped event is shifted: LMAX by last and run, RMAX + 1 by last and level.
 struct TcoefLimits {
     uint8_t au8LevelMax[2][64];
@@ -55,6 +62,9 @@ extern const VlcTable<120> g_atTableB16_3;
 extern const VlcTable<112> g_atTableB17_1;
 extern const VlcTable<96> g_atTableB17_2;
 extern const VlcTable<120> g_atTableB17_3;
+
+extern const TcoefEvents g_tIntraEvents;
+extern const TcoefEvents g_tInterEvents;
 
 extern const TcoefLimits g_tIntraLimits;
 extern const TcoefLimits g_tInterLimits;
