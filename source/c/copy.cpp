@@ -7,28 +7,46 @@
 
 namespace {
 
+template <int kWidth>
+MP4V_VEC void CopyRow(uint8_t* pu8Dst, const uint8_t* pu8Src) {
+    kWidth == 16 ? StoreBytes16(pu8Dst, LoadBytes16(pu8Src)) : StoreBytes8(pu8Dst, LoadBytes8(pu8Src));
+}
+
+// Row after row, so that overlapping blocks come out the same everywhere.
 template <int kWidth, int kRows>
-MP4V_VEC void CopyBlock(uint8_t* __restrict pu8Dst, ptrdiff_t dstPitch, const uint8_t* __restrict pu8Src,
-                        ptrdiff_t srcPitch) {
-    for (int y = 0; y < kRows; y++) {
-        memcpy(pu8Dst, pu8Src, kWidth);
-        pu8Dst += dstPitch;
-        pu8Src += srcPitch;
+MP4V_VEC void CopyBlock(uint8_t* pu8Dst, ptrdiff_t dstPitch, const uint8_t* pu8Src, ptrdiff_t srcPitch) {
+    const RowOffsets tDst(dstPitch), tSrc(srcPitch);
+#pragma GCC unroll 4
+    for (int y = 0; y < kRows; y += 4) {
+        for (int i = 0; i < 4; i++) CopyRow<kWidth>(pu8Dst + tDst[i], pu8Src + tSrc[i]);
+        pu8Dst += tDst.four;
+        pu8Src += tSrc.four;
+    }
+}
+
+template <int kWidth, int kRows>
+MP4V_VEC void CopyBlock(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch) {
+    const RowOffsets t(pitch);
+#pragma GCC unroll 4
+    for (int y = 0; y < kRows; y += 4) {
+        for (int i = 0; i < 4; i++) CopyRow<kWidth>(pu8Dst + t[i], pu8Src + t[i]);
+        pu8Dst += t.four;
+        pu8Src += t.four;
     }
 }
 
 }  // namespace
 
 void MP4DecMemCopy16x16_c(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch) {
-    CopyBlock<16, 16>(pu8Dst, s32Pitch, pu8Src, s32Pitch);
+    CopyBlock<16, 16>(pu8Dst, pu8Src, s32Pitch);
 }
 
 void MP4DecMemCopy8x8_c(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch) {
-    CopyBlock<8, 8>(pu8Dst, s32Pitch, pu8Src, s32Pitch);
+    CopyBlock<8, 8>(pu8Dst, pu8Src, s32Pitch);
 }
 
 void MP4DecMemCopy8x4_c(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch) {
-    CopyBlock<8, 4>(pu8Dst, s32Pitch, pu8Src, s32Pitch);
+    CopyBlock<8, 4>(pu8Dst, pu8Src, s32Pitch);
 }
 
 void MemCopyStride16x16_c(const uint8_t* pu8Src, int32_t s32SrcPitch, uint8_t* pu8Dst, int32_t s32DstPitch) {
@@ -56,11 +74,8 @@ void MP4DecMemCopy_c(void* pvDst, const void* pvSrc, uint32_t u32Bytes) {
 }
 
 void McCopy16to8_c(uint8_t* __restrict pu8Dst, const int16_t* __restrict ps16Block, int32_t s32Pitch) {
-    for (int y = 0; y < 8; y++) {
-        StoreClipU8(pu8Dst, LoadVec(ps16Block));
-        ps16Block += 8;
-        pu8Dst += s32Pitch;
-    }
+    const RowOffsets t(s32Pitch);
+    for (int y = 0; y < 8; y++) StoreClipU8(pu8Dst + (y < 4 ? 0 : t.four) + t[y & 3], LoadVec(ps16Block + 8 * y));
 }
 
 void McAdd16to8_c(uint8_t* __restrict pu8Dst, const int16_t* __restrict ps16Block, int32_t s32Pitch) {

@@ -82,6 +82,58 @@ MP4V_VEC Vec8 DequantMpegInterRow(Vec8 vLevel, MpegStep tStep) {
     return ShiftAndLimit<4>(vOdd * tStep.vLow, vHigh, vSign) & (Vec8)(vLevel != 0);
 }
 
+// Levels so small that all products stay below the limits. vMax: of the magnitudes.
+constexpr uint32_t kLargestIntraWeight = 45, kLargestInterWeight = 33;
+
+bool IsSmallMpegIntra(Vec8 vMax, uint32_t u32Quant) {
+    return u32Quant < 256 && MaxLane(vMax) * u32Quant * kLargestIntraWeight < 2048 * 8;
+}
+
+bool IsSmallMpegInter(Vec8 vMax, uint32_t u32Quant) {
+    return u32Quant < 256 && (2 * MaxLane(vMax) + 1) * u32Quant * kLargestInterWeight < 2048 * 16;
+}
+
+// v with the sign of the level.
+MP4V_VEC Vec8 WithSignOf(Vec8 vLevel, Vec8 v) {
+    const Vec8 vSign = vLevel >> 15;
+    return (v ^ vSign) - vSign;
+}
+
+MP4V_VEC Vec8 DequantSmallMpegIntraRow(Vec8 vLevel, Vec8 vMagnitude, const int16_t* ps16Weights, int16_t s16Quant) {
+    const Vec8u vProduct = (Vec8u)vMagnitude * (Vec8u)(LoadVec(ps16Weights) * s16Quant);
+    return WithSignOf(vLevel, (Vec8)(vProduct >> 3));
+}
+
+MP4V_VEC Vec8 DequantSmallMpegInterRow(Vec8 vLevel, Vec8 vMagnitude, const int16_t* ps16Weights, int16_t s16Quant) {
+    const Vec8u vOdd = (Vec8u)vMagnitude + (Vec8u)vMagnitude + 1;  // of any size at quantiser 0
+    const Vec8 v = (Vec8)((vOdd * (Vec8u)(LoadVec(ps16Weights) * s16Quant)) >> 4);
+    return WithSignOf(vLevel, v & (Vec8)(vLevel != 0));
+}
+
+struct Magnitudes {
+    Vec8 av[8];
+    Vec8 vMax;  // of each column
+};
+
+MP4V_VEC Magnitudes FindMagnitudes(const Vec8 (&avLevels)[8]) {
+    Magnitudes t;
+    for (int i = 0; i < 8; i++) {
+        t.av[i] = Magnitude(avLevels[i]);
+        t.vMax = i ? Max(t.vMax, t.av[i]) : t.av[i];
+    }
+    return t;
+}
+
+// Mismatch control: an even sum is made odd. vParity: the exclusive or of all rows.
+MP4V_VEC void ControlMismatch(int16_t* ps16Dst, Vec8 vParity) {
+    vParity ^= ZipHigh64(vParity, vParity);
+    uint64_t u64Parity;
+    memcpy(&u64Parity, &vParity, 8);
+    u64Parity ^= u64Parity >> 32;
+    const uint32_t u32Odd = (uint32_t)(u64Parity ^ u64Parity >> 16) & 1;
+    ps16Dst[63] = (int16_t)(ps16Dst[63] ^ (int16_t)(u32Odd ^ 1));
+}
+
 }  // namespace
 
 void DequantH263Intra_c(int16_t* ps16Dst, const int16_t* ps16Src, uint32_t u32Quant, uint32_t u32DcScaler) {
@@ -96,20 +148,38 @@ void DequantH263Inter_c(int16_t* ps16Dst, const int16_t* ps16Src, uint16_t u16Qu
 
 void DequantMpegIntra_c(int16_t* ps16Dst, const int16_t* ps16Src, uint32_t u32Quant, uint32_t u32DcScaler) {
     const int16_t s16Dc = (int16_t)((uint32_t)(int32_t)ps16Src[0] * u32DcScaler);  // wraps before it is limited
-    for (int i = 0; i < 64; i += 8)
-        StoreVec(ps16Dst + i, DequantMpegIntraRow(LoadVec(ps16Src + i), MakeMpegStep(g_as16IntraMatrix + i, u32Quant)));
+    Vec8 av[8];
+    for (int i = 0; i < 8; i++) av[i] = LoadVec(ps16Src + 8 * i);
+    av[0][0] = 0;
+    const Magnitudes t = FindMagnitudes(av);
+    if (IsSmallMpegIntra(t.vMax, u32Quant)) {
+        for (int i = 0; i < 8; i++)
+            StoreVec(ps16Dst + 8 * i,
+                     DequantSmallMpegIntraRow(av[i], t.av[i], g_as16IntraMatrix + 8 * i, (int16_t)u32Quant));
+    } else {
+        for (int i = 0; i < 8; i++)
+            StoreVec(ps16Dst + 8 * i, DequantMpegIntraRow(av[i], MakeMpegStep(g_as16IntraMatrix + 8 * i, u32Quant)));
+    }
     ps16Dst[0] = ClampCoef(s16Dc);
 }
 
 void DequantMpegInter_c(int16_t* ps16Dst, const int16_t* ps16Src, uint32_t u32Quant) {
+    Vec8 av[8];
+    for (int i = 0; i < 8; i++) av[i] = LoadVec(ps16Src + 8 * i);
+    const Magnitudes t = FindMagnitudes(av);
     Vec8 vParity = {};
-    for (int i = 0; i < 64; i += 8) {
-        const Vec8 v = DequantMpegInterRow(LoadVec(ps16Src + i), MakeMpegStep(g_as16InterMatrix + i, u32Quant));
-        vParity ^= v;
-        StoreVec(ps16Dst + i, v);
+    if (IsSmallMpegInter(t.vMax, u32Quant)) {
+#pragma GCC unroll 8
+        for (int i = 0; i < 8; i++)
+            av[i] = DequantSmallMpegInterRow(av[i], t.av[i], g_as16InterMatrix + 8 * i, (int16_t)u32Quant);
+    } else {
+        for (int i = 0; i < 8; i++)
+            av[i] = DequantMpegInterRow(av[i], MakeMpegStep(g_as16InterMatrix + 8 * i, u32Quant));
     }
-    // Mismatch control: an even sum is made odd.
-    vParity ^= ZipHigh64(vParity, vParity);
-    const int32_t s32Odd = vParity[0] ^ vParity[1] ^ vParity[2] ^ vParity[3];
-    ps16Dst[63] = (int16_t)(ps16Dst[63] ^ (~s32Odd & 1));
+#pragma GCC unroll 8
+    for (int i = 0; i < 8; i++) {
+        vParity ^= av[i];
+        StoreVec(ps16Dst + 8 * i, av[i]);
+    }
+    ControlMismatch(ps16Dst, vParity);
 }

@@ -15,38 +15,85 @@ MP4V_VEC void Store(uint8_t* pu8, Bytes16 v) {
     kWidth == 16 ? StoreBytes16(pu8, v) : StoreBytes8(pu8, v);
 }
 
-// The mean of each sample and the one kRight columns and downPitch bytes further.
-template <int kWidth, int kRows, int kRight>
-MP4V_VEC void MeanOfTwo(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t pitch,
-                        ptrdiff_t downPitch, Bytes16 vDown) {
-    for (int y = 0; y < kRows; y++) {
-        const Bytes16 vFirst = Load<kWidth>(pu8Src);
-        Store<kWidth>(pu8Dst, Average(vFirst, Load<kWidth>(pu8Src + kRight + downPitch), vDown));
-        pu8Dst += pitch;
-        pu8Src += pitch;
+// The mean of each sample and its right neighbour.
+template <int kWidth, int kRows, bool kDown>
+MP4V_VEC void MeanOfColumns(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t pitch) {
+    const RowOffsets t(pitch);
+#pragma GCC unroll 4
+    for (int y = 0; y < kRows; y += 4) {
+        const uint8_t* pu8Right = pu8Src + 1;
+        for (int i = 0; i < 4; i++)
+            Store<kWidth>(pu8Dst + t[i], Average<kDown>(Load<kWidth>(pu8Src + t[i]), Load<kWidth>(pu8Right + t[i])));
+        pu8Dst += t.four;
+        pu8Src += t.four;
     }
 }
 
-// A mean of two means: the inner ones round like the result should, and the outer one errs by one exactly where its
-// own last bit is set and some (rounding up) or no (rounding down) inner mean was inexact.
-template <int kWidth, int kRows>
-MP4V_VEC void MeanOfFour(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t pitch, Bytes16 vDown) {
-    const Bytes16 vFlip = -vDown;  // all ones when rounding down
-    Bytes16 vLeft = Load<kWidth>(pu8Src);
-    Bytes16 vRight = Load<kWidth>(pu8Src + 1);
-    Bytes16 vAbove = Average(vLeft, vRight, vDown);
+// The mean of each sample and the one below.
+template <int kWidth, int kRows, bool kDown>
+MP4V_VEC void MeanOfRows(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t pitch) {
+    const RowOffsets t(pitch);
+    Bytes16 vAbove = Load<kWidth>(pu8Src);
+    pu8Src += pitch;
+#pragma GCC unroll 4
+    for (int y = 0; y < kRows; y += 4) {
+        for (int i = 0; i < 4; i++) {
+            const Bytes16 vBelow = Load<kWidth>(pu8Src + t[i]);
+            Store<kWidth>(pu8Dst + t[i], Average<kDown>(vAbove, vBelow));
+            vAbove = vBelow;
+        }
+        pu8Dst += t.four;
+        pu8Src += t.four;
+    }
+}
+
+// The mean of each sample, its right neighbour and the two below. In 8 columns: sums of 16 bits.
+template <int kRows, bool kDown>
+MP4V_VEC void MeanOfFour8(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t pitch) {
+    const RowOffsets t(pitch);
+    const Vec8 vBias = Vec8{} + (int16_t)(2 - kDown);
+    Vec8 vAbove = SumU8(pu8Src, pu8Src + 1) + vBias;
+    pu8Src += pitch;
+#pragma GCC unroll 4
+    for (int y = 0; y < kRows; y += 4) {
+        const uint8_t* pu8Right = pu8Src + 1;
+        for (int i = 0; i < 4; i++) {
+            Vec8 vBelow = SumU8(pu8Src + t[i], pu8Right + t[i]);
+            if (i % 2) vBelow += vBias;  // in every other row, so that each sum has it once
+            StoreBytes8(pu8Dst + t[i], NarrowShifted<2>(vAbove + vBelow));
+            vAbove = vBelow;
+        }
+        pu8Dst += t.four;
+        pu8Src += t.four;
+    }
+}
+
+// In 16 columns a mean of two means: the inner ones round like the result should, and the outer one errs by one exactly
+// where its own last bit is set and some (rounding up) or no (rounding down) inner mean was inexact.
+template <int kRows, bool kDown>
+MP4V_VEC void MeanOfFour16(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t pitch) {
+    const RowOffsets t(pitch);
+    const Bytes16 vFlip = Bytes16{} - (uint8_t)kDown;  // all ones when rounding down
+    Bytes16 vLeft = LoadBytes16(pu8Src);
+    Bytes16 vRight = LoadBytes16(pu8Src + 1);
+    Bytes16 vAbove = Average<kDown>(vLeft, vRight);
     Bytes16 vAboveInexact = vLeft ^ vRight;
-    for (int y = 0; y < kRows; y++) {
-        pu8Src += pitch;
-        vLeft = Load<kWidth>(pu8Src);
-        vRight = Load<kWidth>(pu8Src + 1);
-        const Bytes16 vBelow = Average(vLeft, vRight, vDown);
-        const Bytes16 vBelowInexact = vLeft ^ vRight;
-        const Bytes16 vErrs = (vAbove ^ vBelow) & ((vAboveInexact | vBelowInexact) ^ vFlip) & 1;
-        Store<kWidth>(pu8Dst, AverageUp(vAbove, vBelow) - vErrs);
-        vAbove = vBelow;
-        vAboveInexact = vBelowInexact;
-        pu8Dst += pitch;
+    pu8Src += pitch;
+#pragma GCC unroll 4
+    for (int y = 0; y < kRows; y += 4) {
+        const uint8_t* pu8Right = pu8Src + 1;
+        for (int i = 0; i < 4; i++) {
+            vLeft = LoadBytes16(pu8Src + t[i]);
+            vRight = LoadBytes16(pu8Right + t[i]);
+            const Bytes16 vBelow = Average<kDown>(vLeft, vRight);
+            const Bytes16 vBelowInexact = vLeft ^ vRight;
+            const Bytes16 vErrs = (vAbove ^ vBelow) & ((vAboveInexact | vBelowInexact) ^ vFlip) & 1;
+            StoreBytes16(pu8Dst + t[i], AverageUp(vAbove, vBelow) - vErrs);
+            vAbove = vBelow;
+            vAboveInexact = vBelowInexact;
+        }
+        pu8Dst += t.four;
+        pu8Src += t.four;
     }
 }
 
@@ -54,25 +101,33 @@ MP4V_VEC void MeanOfFour(uint8_t* __restrict pu8Dst, const uint8_t* __restrict p
 template <int kWidth, int kRows>
 MP4V_VEC void HalfH(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch, uint32_t u32Rounding) {
     if (u32Rounding)
-        MeanOfTwo<kWidth, kRows, 1>(pu8Dst, pu8Src, pitch, 0, Bytes16{} + 1);
+        MeanOfColumns<kWidth, kRows, true>(pu8Dst, pu8Src, pitch);
     else
-        MeanOfTwo<kWidth, kRows, 1>(pu8Dst, pu8Src, pitch, 0, Bytes16{});
+        MeanOfColumns<kWidth, kRows, false>(pu8Dst, pu8Src, pitch);
 }
 
 template <int kWidth, int kRows>
 MP4V_VEC void HalfV(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch, uint32_t u32Rounding) {
     if (u32Rounding)
-        MeanOfTwo<kWidth, kRows, 0>(pu8Dst, pu8Src, pitch, pitch, Bytes16{} + 1);
+        MeanOfRows<kWidth, kRows, true>(pu8Dst, pu8Src, pitch);
     else
-        MeanOfTwo<kWidth, kRows, 0>(pu8Dst, pu8Src, pitch, pitch, Bytes16{});
+        MeanOfRows<kWidth, kRows, false>(pu8Dst, pu8Src, pitch);
+}
+
+template <int kWidth, int kRows, bool kDown>
+MP4V_VEC void MeanOfFour(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch) {
+    if (kWidth == 8)
+        MeanOfFour8<kRows, kDown>(pu8Dst, pu8Src, pitch);
+    else
+        MeanOfFour16<kRows, kDown>(pu8Dst, pu8Src, pitch);
 }
 
 template <int kWidth, int kRows>
 MP4V_VEC void HalfHV(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch, uint32_t u32Rounding) {
     if (u32Rounding)
-        MeanOfFour<kWidth, kRows>(pu8Dst, pu8Src, pitch, Bytes16{} + 1);
+        MeanOfFour<kWidth, kRows, true>(pu8Dst, pu8Src, pitch);
     else
-        MeanOfFour<kWidth, kRows>(pu8Dst, pu8Src, pitch, Bytes16{});
+        MeanOfFour<kWidth, kRows, false>(pu8Dst, pu8Src, pitch);
 }
 
 }  // namespace

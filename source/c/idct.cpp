@@ -1,89 +1,13 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Copyright (c) 2026, the mp4vdec authors
+#include "c/transform.h"
 #include "c/vec.h"
 #include "common/kernels.h"
 
-namespace {
-
-// ---- The live transform: 16-bit lanes, eight rows or columns at once.
-
-// 2^15 * cos(k * pi / 16) / sqrt(2), and 2^15 * cos(pi / 4)
-constexpr int32_t kC1 = 22725, kC2 = 21407, kC3 = 19266, kC5 = 12873, kC6 = 8867, kC7 = 4520, kC4 = 23170;
-
-// Eight values of one line in; sums wrap at 16 bits. vSum and vDiff: the halves of av[0] + av[4] and av[0] - av[4],
-// which the two passes round differently.
-MP4V_VEC void InverseLines(Vec8 (&av)[8], Vec8 vSum, Vec8 vDiff) {
-    const Vec8 a = MulAddRound15<kC1, kC7, true>(av[1], av[7]);
-    const Vec8 b = MulAddRound15<kC7, -kC1, true>(av[1], av[7]);
-    const Vec8 c = MulAddRound15<-kC5, kC3, true>(av[3], av[5]);
-    const Vec8 d = MulAddRound15<kC3, kC5, true>(av[3], av[5]);
-    const Vec8 u = SubWrap(a, d);
-    const Vec8 v = SubWrap(b, c);
-    const Vec8 vOdd0 = AddWrap(a, d);
-    const Vec8 vOdd1 = MulAddRound15<kC4, kC4, false>(u, v);
-    const Vec8 vOdd2 = MulAddRound15<kC4, -kC4, false>(u, v);
-    const Vec8 vOdd3 = AddWrap(b, c);
-
-    const Vec8 p = MulAddRound15<kC2, kC6, true>(av[2], av[6]);
-    const Vec8 q = MulAddRound15<kC6, -kC2, true>(av[2], av[6]);
-    const Vec8 vEven0 = AddWrap(vSum, p);
-    const Vec8 vEven1 = AddWrap(vDiff, q);
-    const Vec8 vEven2 = SubWrap(vDiff, q);
-    const Vec8 vEven3 = SubWrap(vSum, p);
-
-    av[0] = AddWrap(vEven0, vOdd0);
-    av[1] = AddWrap(vEven1, vOdd1);
-    av[2] = AddWrap(vEven2, vOdd2);
-    av[3] = AddWrap(vEven3, vOdd3);
-    av[4] = SubWrap(vEven3, vOdd3);
-    av[5] = SubWrap(vEven2, vOdd2);
-    av[6] = SubWrap(vEven1, vOdd1);
-    av[7] = SubWrap(vEven0, vOdd0);
-}
-
-MP4V_VEC void InverseRows(Vec8 (&av)[8]) {
-    for (Vec8& v : av) v = (Vec8)((Vec8u)v << 4);
-    // Multiples of 16: halving first loses nothing.
-    InverseLines(av, AddWrap(av[0] >> 1, av[4] >> 1), SubWrap(av[0] >> 1, av[4] >> 1));
-}
-
-MP4V_VEC void InverseColumns(Vec8 (&av)[8]) {
-    // (y0 + y4 + 1) >> 1 and (y0 - y4 + 1) >> 1 without the 17th bit
-    const Vec8 vNot4 = ~av[4];
-    const Vec8 vSum = SubWrap(av[0] | av[4], (av[0] ^ av[4]) >> 1);
-    const Vec8 vDiff = AddWrap(AddWrap(av[0] & vNot4, (av[0] ^ vNot4) >> 1), Vec8{} + 1);
-    InverseLines(av, vSum, vDiff);
-}
-
-// (2x + 31 in 16 bits, limited to [-16384, 16383]) >> 6: doubling with saturation is that limit.
-MP4V_VEC Vec8 LimitDescaled(Vec8 v) {
-    return AddSaturated(v, v) >> 7;
-}
-
-// Two values are descaled by one addition in a 32-bit word, as x * 2 + 31 in both halves; the low half's carry reaches
-// the high one. That changes last bits and is part of the result.
-MP4V_VEC void DescalePair(Vec8& vHigh, Vec8& vLow) {
-    const Vec8u vTwiceLow = (Vec8u)vLow + (Vec8u)vLow;
-    const Vec8u vLowSum = vTwiceLow + 31;
-    const Vec8u vCarry = ((Vec8u)vLow >> 15) - (Vec8u)(vLowSum < 31);  // 0, 1 or 2; the comparison gives 0 or -1
-    const Vec8u vHighSum = (Vec8u)vHigh + (Vec8u)vHigh + 31 + vCarry;
-    vLow = LimitDescaled((Vec8)vLowSum);
-    vHigh = LimitDescaled((Vec8)vHighSum);
-}
-
-}  // namespace
-
 void Mp4vDecIdct8x8_c(int16_t* ps16Block) {
     Vec8 av[8];
-    for (int i = 0; i < 8; i++) av[i] = LoadVec(ps16Block + 8 * i);
-    Transpose8x8(av);
-    InverseRows(av);
-    Transpose8x8(av);
-    InverseColumns(av);
-    DescalePair(av[1], av[0]);
-    DescalePair(av[2], av[3]);
-    DescalePair(av[5], av[4]);
-    DescalePair(av[6], av[7]);
+    for (int i = 0; i < 8; i++) av[i] = (Vec8)((Vec8u)LoadVec(ps16Block + 8 * i) << 4);
+    transform::InverseTransform(av);
     for (int i = 0; i < 8; i++) StoreVec(ps16Block + 8 * i, av[i]);
 }
 

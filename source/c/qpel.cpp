@@ -8,14 +8,9 @@ namespace {
 // What a half-position sample is averaged with.
 enum class Blend { kNone, kBefore, kAfter };
 
-// The half-position samples between av[3] and av[4] before clipping. Taps -1 3 -6 20 20 -6 3 -1: the sum lies in
-// [-3570, 11746].
+// 32 times the half-position samples between av[3] and av[4]: taps -1 3 -6 20 20 -6 3 -1, in [-3570, 11746].
 MP4V_VEC Vec8 Filter(const Vec8* av, Vec8 vBias) {
-    const Vec8 vInner = av[3] + av[4];
-    const Vec8 vNext = av[2] + av[5];
-    const Vec8 vThird = av[1] + av[6];
-    const Vec8 vOuter = av[0] + av[7];
-    return (vInner * 20 + (vThird - vNext - vNext) * 3 - vOuter + vBias) >> 5;
+    return WeighTaps(av[3] + av[4], av[2] + av[5], av[1] + av[6], av[0] + av[7], vBias);
 }
 
 // Eight filtered samples from the 15 bytes around them.
@@ -32,10 +27,46 @@ MP4V_VEC Bytes16 FilterRow(const uint8_t* pu8Src, Vec8 vBias) {
     const Bytes16 vEnd = MirrorEnd(pu8Src + kWidth - 7);
     if (kWidth == 8) {
         const Vec8 v = FilterRow8(JoinLow(vStart, vEnd), vBias);
-        return NarrowClip(v, v);
+        return NarrowClipShifted<5>(v, v);
     }
     const Bytes16 vMiddle = LoadBytes8(pu8Src + 5);
-    return NarrowClip(FilterRow8(JoinLow(vStart, vMiddle), vBias), FilterRow8(JoinLow(vMiddle, vEnd), vBias));
+    return NarrowClipShifted<5>(FilterRow8(JoinLow(vStart, vMiddle), vBias), FilterRow8(JoinLow(vMiddle, vEnd), vBias));
+}
+
+// Eight rows of 16 samples at once: one vector per column.
+template <Blend kBlend>
+MP4V_VEC void FilterEightRows16(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t dstPitch,
+                                ptrdiff_t srcPitch, Vec8 vBias, Bytes16 vDown) {
+    Vec8 avPairs[8];  // of columns
+    Vec8 av[16 + 7];  // av[3] is column 0; three mirrored columns at each end
+    for (int y = 0; y < 8; y++) {
+        avPairs[y] = (Vec8)LoadBytes16(pu8Src + y * srcPitch);
+        av[19][y] = pu8Src[16 + y * srcPitch];
+    }
+    Transpose8x8(avPairs);
+    for (int i = 0; i < 2; i++) {
+        av[3 + 2 * i] = EvenBytes((Bytes16)avPairs[i]);
+        av[4 + 2 * i] = OddBytes((Bytes16)avPairs[i]);
+    }
+    for (int x = 0; x < 3; x++) av[2 - x] = av[3 + x];
+#pragma GCC unroll 8
+    for (int i = 0; i < 8; i++) {
+        if (i < 6) {  // as late as possible, to stay within the registers
+            av[7 + 2 * i] = EvenBytes((Bytes16)avPairs[i + 2]);
+            av[8 + 2 * i] = OddBytes((Bytes16)avPairs[i + 2]);
+        }
+        if (i == 6) av[20] = av[19], av[21] = av[18];
+        if (i == 7) av[22] = av[17];
+        const Bytes16 v = NarrowClipShifted<5>(Filter(av + 2 * i, vBias), Filter(av + 2 * i + 1, vBias));
+        avPairs[i] = (Vec8)ZipLow8(v, HighHalf(v));
+    }
+    Transpose8x8(avPairs);
+    for (int y = 0; y < 8; y++) {
+        Bytes16 v = (Bytes16)avPairs[y];
+        if (kBlend != Blend::kNone)
+            v = Average(v, LoadBytes16(pu8Src + y * srcPitch + (kBlend == Blend::kAfter)), vDown);
+        StoreBytes16(pu8Dst + y * dstPitch, v);
+    }
 }
 
 template <int kWidth, Blend kBlend>
@@ -43,6 +74,11 @@ MP4V_VEC void HorzPass(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8
                        ptrdiff_t dstPitch, ptrdiff_t srcPitch, uint32_t u32Rounding) {
     const Vec8 vBias = Vec8{} + (int16_t)(16 - (int32_t)u32Rounding);
     const Bytes16 vDown = Bytes16{} + (uint8_t)u32Rounding;
+    for (; kWidth == 16 && s32Rows >= 8; s32Rows -= 8) {
+        FilterEightRows16<kBlend>(pu8Dst, pu8Src, dstPitch, srcPitch, vBias, vDown);
+        pu8Dst += 8 * dstPitch;
+        pu8Src += 8 * srcPitch;
+    }
     for (; s32Rows > 0; s32Rows--) {
         Bytes16 v = FilterRow<kWidth>(pu8Src, vBias);
         if (kBlend != Blend::kNone) {
@@ -59,15 +95,14 @@ template <int kRows, Blend kBlend>
 MP4V_VEC void FilterColumns8(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t dstPitch,
                              ptrdiff_t srcPitch, Vec8 vBias, Bytes16 vDown) {
     Vec8 av[kRows + 7];  // av[3] is row 0; three mirrored rows at each end
-    for (int y = 0; y <= kRows; y++) av[3 + y] = LoadU8(pu8Src + y * srcPitch);
-    for (int y = 0; y < 3; y++) {
-        av[2 - y] = av[3 + y];
-        av[kRows + 4 + y] = av[kRows + 3 - y];
-    }
+    for (int y = 0; y < 4; y++) av[3 + y] = LoadU8(pu8Src + y * srcPitch);
+    for (int y = 0; y < 3; y++) av[2 - y] = av[3 + y];
 #pragma GCC unroll 16  // the taps move on by renaming instead of by copying
     for (int y = 0; y < kRows; y++) {
+        // As late as possible, to stay within the registers.
+        av[y + 7] = y + 4 <= kRows ? LoadU8(pu8Src + (y + 4) * srcPitch) : av[2 * kRows - y];
         const Vec8 vWide = Filter(av + y, vBias);
-        Bytes16 v = NarrowClip(vWide, vWide);
+        Bytes16 v = NarrowClipShifted<5>(vWide, vWide);
         if (kBlend != Blend::kNone)
             v = Average(v, LoadBytes8(pu8Src + (y + (kBlend == Blend::kAfter)) * srcPitch), vDown);
         StoreBytes8(pu8Dst + y * dstPitch, v);

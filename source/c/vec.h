@@ -11,6 +11,7 @@
 #ifndef MP4VDEC_SOURCE_C_VEC_H_
 #define MP4VDEC_SOURCE_C_VEC_H_
 
+#include <stddef.h>
 #include <stdint.h>
 #include <string.h>
 
@@ -24,10 +25,29 @@
 #endif
 
 #define MP4V_VEC static inline __attribute__((always_inline))
+#define MP4V_VEC_MEMBER inline __attribute__((always_inline))
 
 typedef int16_t Vec8 __attribute__((vector_size(16)));
 typedef uint16_t Vec8u __attribute__((vector_size(16)));
 typedef uint8_t Bytes16 __attribute__((vector_size(16)));
+
+// ---- Addresses
+
+// Hides where an offset comes from: compilers would otherwise form each row's address from the last one's by an
+// addition of its own, where the access itself adds an offset for nothing.
+MP4V_VEC ptrdiff_t Opaque(ptrdiff_t offset) {
+    __asm__("" : "+r"(offset));
+    return offset;
+}
+
+// Offsets of four rows that follow one another.
+struct RowOffsets {
+    ptrdiff_t one, two, three, four;
+
+    explicit MP4V_VEC_MEMBER RowOffsets(ptrdiff_t pitch)
+        : one(pitch), two(Opaque(2 * pitch)), three(Opaque(two + pitch)), four(Opaque(2 * two)) {}
+    MP4V_VEC_MEMBER ptrdiff_t operator[](int y) const { return y == 0 ? 0 : y == 1 ? one : y == 2 ? two : three; }
+};
 
 // ---- Loads and stores
 
@@ -42,13 +62,21 @@ MP4V_VEC void StoreVec(int16_t* ps16, Vec8 v) {
 }
 
 MP4V_VEC Bytes16 LoadBytes16(const uint8_t* pu8) {
+#if MP4V_VEC_NEON
+    return (Bytes16)vld1q_u8(pu8);
+#else
     Bytes16 v;
     memcpy(&v, pu8, 16);
     return v;
+#endif
 }
 
 MP4V_VEC void StoreBytes16(uint8_t* pu8, Bytes16 v) {
+#if MP4V_VEC_NEON
+    vst1q_u8(pu8, (uint8x16_t)v);
+#else
     memcpy(pu8, &v, 16);
+#endif
 }
 
 // Bytes 8..15 are 0.
@@ -142,6 +170,55 @@ MP4V_VEC Vec8 AddSaturated(Vec8 a, Vec8 b) {
 #endif
 }
 
+MP4V_VEC Bytes16 AddSaturatedU8(Bytes16 a, Bytes16 b) {
+#if MP4V_VEC_SSE2
+    return (Bytes16)_mm_adds_epu8((__m128i)a, (__m128i)b);
+#elif MP4V_VEC_NEON
+    return (Bytes16)vqaddq_u8((uint8x16_t)a, (uint8x16_t)b);
+#else
+    const Bytes16 vSum = a + b;
+    return vSum | (Bytes16)(vSum < a);
+#endif
+}
+
+MP4V_VEC Bytes16 SubSaturatedU8(Bytes16 a, Bytes16 b) {
+#if MP4V_VEC_SSE2
+    return (Bytes16)_mm_subs_epu8((__m128i)a, (__m128i)b);
+#elif MP4V_VEC_NEON
+    return (Bytes16)vqsubq_u8((uint8x16_t)a, (uint8x16_t)b);
+#else
+    return (a - b) & (Bytes16)(a > b);
+#endif
+}
+
+// v plus eight samples. The sums must fit.
+MP4V_VEC Vec8 AddU8(Vec8 v, const uint8_t* pu8) {
+#if MP4V_VEC_NEON
+    return (Vec8)vaddw_u8((uint16x8_t)v, vld1_u8(pu8));
+#else
+    return v + LoadU8(pu8);
+#endif
+}
+
+// Sums of eight samples each.
+MP4V_VEC Vec8 SumU8(const uint8_t* pu8A, const uint8_t* pu8B) {
+#if MP4V_VEC_NEON
+    return (Vec8)vaddl_u8(vld1_u8(pu8A), vld1_u8(pu8B));
+#else
+    return LoadU8(pu8A) + LoadU8(pu8B);
+#endif
+}
+
+// v >> kShift into bytes 0..7, for results of [0, 255].
+template <int kShift>
+MP4V_VEC Bytes16 NarrowShifted(Vec8 v) {
+#if MP4V_VEC_NEON
+    return (Bytes16)vcombine_u8(vshrn_n_u16((uint16x8_t)v, kShift), vcreate_u8(0));
+#else
+    return NarrowClip(v >> kShift, v >> kShift);
+#endif
+}
+
 MP4V_VEC Vec8 Min(Vec8 a, Vec8 b) {
 #if MP4V_VEC_SSE2
     return (Vec8)_mm_min_epi16((__m128i)a, (__m128i)b);
@@ -161,6 +238,74 @@ MP4V_VEC Vec8 Max(Vec8 a, Vec8 b) {
 #else
     const Vec8 vLess = a < b;
     return (b & vLess) | (a & ~vLess);
+#endif
+}
+
+// v >> kShift, clipped to [0, 255]: bytes 0..7 from vLow, 8..15 from vHigh.
+template <int kShift>
+MP4V_VEC Bytes16 NarrowClipShifted(Vec8 vLow, Vec8 vHigh) {
+#if MP4V_VEC_NEON
+    return (Bytes16)vqshrun_high_n_s16(vqshrun_n_s16((int16x8_t)vLow, kShift), (int16x8_t)vHigh, kShift);
+#else
+    return NarrowClip(vLow >> kShift, vHigh >> kShift);
+#endif
+}
+
+// |a|, of -32768 that is 32767.
+MP4V_VEC Vec8 Magnitude(Vec8 a) {
+#if MP4V_VEC_SSE2
+    return (Vec8)_mm_max_epi16((__m128i)a, _mm_subs_epi16(_mm_setzero_si128(), (__m128i)a));
+#elif MP4V_VEC_NEON
+    return (Vec8)vqabsq_s16((int16x8_t)a);
+#else
+    const Vec8 vSign = a >> 15;
+    const Vec8 v = SubWrap(a ^ vSign, vSign);
+    return v ^ (v >> 15);
+#endif
+}
+
+// Of lanes of [0, 32767].
+MP4V_VEC uint32_t SumLanes(Vec8 a) {
+#if MP4V_VEC_SSE2
+    __m128i v = _mm_madd_epi16((__m128i)a, _mm_set1_epi16(1));
+    v = _mm_add_epi32(v, _mm_shuffle_epi32(v, 0x4E));
+    v = _mm_add_epi32(v, _mm_shuffle_epi32(v, 0xB1));
+    return (uint32_t)_mm_cvtsi128_si32(v);
+#elif MP4V_VEC_NEON
+    return vaddlvq_u16((uint16x8_t)a);
+#else
+    uint32_t u32Sum = 0;
+    for (int i = 0; i < 8; i++) u32Sum += (uint32_t)a[i];
+    return u32Sum;
+#endif
+}
+
+// The largest of lanes of [0, 32767].
+MP4V_VEC uint32_t MaxLane(Vec8 a) {
+#if MP4V_VEC_SSE2
+    __m128i v = _mm_max_epi16((__m128i)a, _mm_shuffle_epi32((__m128i)a, 0x4E));
+    v = _mm_max_epi16(v, _mm_shufflelo_epi16(v, 0x4E));
+    v = _mm_max_epi16(v, _mm_shufflelo_epi16(v, 0xB1));
+    return (uint32_t)_mm_extract_epi16(v, 0);
+#elif MP4V_VEC_NEON
+    return vmaxvq_u16((uint16x8_t)a);
+#else
+    int16_t s16Max = 0;
+    for (int i = 0; i < 8; i++) s16Max = a[i] > s16Max ? a[i] : s16Max;
+    return (uint32_t)s16Max;
+#endif
+}
+
+// Some lane is not 0.
+MP4V_VEC bool AnyLane(Vec8 a) {
+#if MP4V_VEC_SSE2
+    return _mm_movemask_epi8(_mm_cmpeq_epi8((__m128i)a, _mm_setzero_si128())) != 0xFFFF;
+#elif MP4V_VEC_NEON
+    return vmaxvq_u32((uint32x4_t)a) != 0;
+#else
+    uint64_t au64[2];
+    memcpy(au64, &a, 16);
+    return (au64[0] | au64[1]) != 0;
 #endif
 }
 
@@ -229,6 +374,43 @@ MP4V_VEC Vec8 MulAddRound15(Vec8 a, Vec8 b) {
 #endif
 }
 
+// (a * kA + 2^14) >> 15, |kA| < 2^15.
+template <int32_t kA>
+MP4V_VEC Vec8 MulRound15(Vec8 a) {
+#if MP4V_VEC_SSE2
+    const __m128i vFactors = _mm_set1_epi32((int32_t)((uint32_t)(1 << 14) << 16 | (uint16_t)kA));
+    const __m128i vOnes = _mm_set1_epi16(1);
+    const __m128i vLow = _mm_madd_epi16(_mm_unpacklo_epi16((__m128i)a, vOnes), vFactors);
+    const __m128i vHigh = _mm_madd_epi16(_mm_unpackhi_epi16((__m128i)a, vOnes), vFactors);
+    return (Vec8)_mm_packs_epi32(_mm_srai_epi32(vLow, 15), _mm_srai_epi32(vHigh, 15));
+#elif MP4V_VEC_NEON
+    return (Vec8)vqrdmulhq_n_s16((int16x8_t)a, kA);
+#else
+    Vec8 v = {};
+    for (int i = 0; i < 8; i++) v[i] = (int16_t)((a[i] * kA + (1 << 14)) >> 15);
+    return v;
+#endif
+}
+
+// 20 * vInner - 6 * vNext + 3 * vThird - vOuter + vBias. No part of it may pass 16 bits.
+MP4V_VEC Vec8 WeighTaps(Vec8 vInner, Vec8 vNext, Vec8 vThird, Vec8 vOuter, Vec8 vBias) {
+#if MP4V_VEC_NEON
+    // Hidden, because the small factors would be taken apart into shifts and additions.
+    int16x8_t v20 = vdupq_n_s16(20), v6 = vdupq_n_s16(6), v3 = vdupq_n_s16(3);
+    __asm__("" : "+w"(v20), "+w"(v6), "+w"(v3));
+    int16x8_t v = vmlaq_s16((int16x8_t)(vBias - vOuter), (int16x8_t)vInner, v20);
+    v = vmlaq_s16(v, (int16x8_t)vThird, v3);
+    return (Vec8)vmlsq_s16(v, (int16x8_t)vNext, v6);
+#elif MP4V_VEC_SSE2
+    __m128i v20 = _mm_set1_epi16(20), v3 = _mm_set1_epi16(3);
+    __asm__("" : "+x"(v20), "+x"(v3));
+    const Vec8 vFar = (Vec8)_mm_mullo_epi16((__m128i)(vThird - vNext - vNext), v3);
+    return (Vec8)_mm_mullo_epi16((__m128i)vInner, v20) + vFar - vOuter + vBias;
+#else
+    return vInner * 20 + (vThird - vNext - vNext) * 3 - vOuter + vBias;
+#endif
+}
+
 // (a + b + 1) >> 1
 MP4V_VEC Bytes16 AverageUp(Bytes16 a, Bytes16 b) {
 #if MP4V_VEC_SSE2
@@ -243,6 +425,17 @@ MP4V_VEC Bytes16 AverageUp(Bytes16 a, Bytes16 b) {
 // (a + b + 1 - vDown) >> 1, vDown 0 or 1 in every byte.
 MP4V_VEC Bytes16 Average(Bytes16 a, Bytes16 b, Bytes16 vDown) {
     return AverageUp(a, b) - ((a ^ b) & vDown);
+}
+
+// (a + b + 1 - kDown) >> 1
+template <bool kDown>
+MP4V_VEC Bytes16 Average(Bytes16 a, Bytes16 b) {
+    if (!kDown) return AverageUp(a, b);
+#if MP4V_VEC_NEON
+    return (Bytes16)vhaddq_u8((uint8x16_t)a, (uint8x16_t)b);
+#else
+    return Average(a, b, Bytes16{} + 1);
+#endif
 }
 
 // Sum of |a - b| over the 16 bytes.
@@ -291,6 +484,19 @@ MP4V_VEC Vec8 ZipLow64(Vec8 a, Vec8 b) {
 }
 MP4V_VEC Vec8 ZipHigh64(Vec8 a, Vec8 b) {
     return __builtin_shufflevector(a, b, 4, 5, 6, 7, 12, 13, 14, 15);
+}
+
+// Bytes 0, 2, 4, ... and bytes 1, 3, 5, ... widened.
+MP4V_VEC Vec8 EvenBytes(Bytes16 v) {
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? (Vec8)((Vec8u)v & 255) : (Vec8)((Vec8u)v >> 8);
+}
+MP4V_VEC Vec8 OddBytes(Bytes16 v) {
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? (Vec8)((Vec8u)v >> 8) : (Vec8)((Vec8u)v & 255);
+}
+
+// Lanes 1..7, then 0.
+MP4V_VEC Vec8 DropLane0(Vec8 v) {
+    return __builtin_shufflevector(v, Vec8{}, 1, 2, 3, 4, 5, 6, 7, 8);
 }
 
 // Lane j of row i becomes lane i of row j.

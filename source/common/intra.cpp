@@ -5,6 +5,7 @@
 
 #include <string.h>
 
+#include "c/recon.h"
 #include "c/vec.h"
 #include "common/block.h"
 #include "common/bsreader.h"
@@ -183,6 +184,22 @@ void DecIntraMB(Mp4vDecCtx* ptCtx, int16_t* ps16Blocks, uint32_t u32Column, uint
     tBs.StoreTo(&ptCtx->tBs);
 }
 
+namespace {
+
+// One block, kernel by kernel unless they are the portable ones.
+void ReconIntraBlock(int16_t* ps16Block, bool bMpegQuant, uint32_t u32Quant, uint32_t u32DcScaler, uint8_t* pu8Dst,
+                     int32_t s32Pitch) {
+    const bool bPortable = IntraTransformIsPortable();
+    if (!bMpegQuant && bPortable && DequantH263Intra == DequantH263Intra_c)
+        return StoreIntraBlockH263(ps16Block, u32Quant, u32DcScaler, pu8Dst, s32Pitch);
+    (bMpegQuant ? DequantMpegIntra : DequantH263Intra)(ps16Block, ps16Block, u32Quant, u32DcScaler);
+    if (bPortable) return StoreIntraBlock(ps16Block, pu8Dst, s32Pitch);
+    Idct8x8(ps16Block);
+    McCopy16to8(pu8Dst, ps16Block, s32Pitch);
+}
+
+}  // namespace
+
 void ReconIntraMB(Mp4vDecCtx* ptCtx, uint32_t /*u32Column*/, uint32_t /*u32Row*/) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
     const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
@@ -191,14 +208,9 @@ void ReconIntraMB(Mp4vDecCtx* ptCtx, uint32_t /*u32Column*/, uint32_t /*u32Row*/
     const ptrdiff_t lower = bFieldDct ? s32Stride : 8 * s32Stride;
     const int32_t s32LumaPitch = bFieldDct ? 2 * s32Stride : s32Stride;
     for (uint32_t b = 0; b < 6; b++) {
-        int16_t* const ps16Block = tMb.as16Coef + 64 * b;
-        (ptCtx->u16QuantType ? DequantMpegIntra : DequantH263Intra)(ps16Block, ps16Block, u32Quant,
-                                                                    tMb.au32DcScaler[b]);
-        Idct8x8(ps16Block);
-        if (b < 4) {
-            McCopy16to8(tMb.pu8DstY + 8 * (b & 1) + (b >> 1) * lower, ps16Block, s32LumaPitch);
-        } else {
-            McCopy16to8(b == 4 ? tMb.pu8DstU : tMb.pu8DstV, ps16Block, s32Stride / 2);
-        }
+        uint8_t* pu8Dst = tMb.pu8DstY + 8 * (b & 1) + (b >> 1) * lower;
+        if (b >= 4) pu8Dst = b == 4 ? tMb.pu8DstU : tMb.pu8DstV;
+        ReconIntraBlock(tMb.as16Coef + 64 * b, ptCtx->u16QuantType, u32Quant, tMb.au32DcScaler[b], pu8Dst,
+                        b < 4 ? s32LumaPitch : s32Stride / 2);
     }
 }

@@ -7,6 +7,7 @@
 
 #include "c/copy_rows.h"
 #include "c/image.h"
+#include "c/recon.h"
 #include "common/block.h"
 #include "common/headers.h"
 #include "common/intra.h"
@@ -17,9 +18,56 @@
 
 namespace {
 
+struct BlockTarget {
+    uint8_t* pu8Dst;
+    ptrdiff_t pitch;
+};
+
+BlockTarget TargetOf(const Mp4vDecCtx* ptCtx, int32_t b) {
+    const Mp4vMbScratch& tMb = ptCtx->tMb;
+    const ptrdiff_t stride = (int32_t)ptCtx->u32LumaStride;
+    if (b >= 4) return {b == 4 ? tMb.pu8DstU : tMb.pu8DstV, stride / 2};
+    const bool bFieldDct = ptCtx->s16Interlaced && tMb.s32DctType;
+    return {tMb.pu8DstY + 8 * (b & 1) + (b >> 1) * (bFieldDct ? stride : 8 * stride), bFieldDct ? 2 * stride : stride};
+}
+
+// Whether AddResidual may take blocks from levels to samples at once.
+bool ResidualIsPortable(bool bMpegQuant) {
+    return InterTransformIsPortable() && (bMpegQuant || DequantH263Inter == DequantH263Inter_c);
+}
+
+// Block by block. Where a block fails, the H.263 method leaves its levels and the blocks behind it, which are empty, as
+// they are; the MPEG method dequantises them all.
+void AddResidualBlocks(Mp4vDecCtx* ptCtx) {
+    Mp4vMbScratch& tMb = ptCtx->tMb;
+    BsCursor tBs(ptCtx->tBs);
+    const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
+    const bool bMpegQuant = ptCtx->u16QuantType;
+    const uint32_t u32Scan = ptCtx->u32AltVertScan ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG;
+    int16_t* ps16Block = tMb.as16Coef;
+    bool bFailed = false;
+    for (int32_t b = 0; b < 6; b++) {
+        if (!(tMb.u32Cbp >> (5 - b) & 1)) continue;
+        memset(ps16Block, 0, 64 * sizeof *ps16Block);
+        if (!bFailed) DecInterBlock(tBs, ps16Block, u32Scan);
+        bFailed = tBs.u32BsError == ERR_VID_MPEG4DEC_COEFF;
+        const BlockTarget t = TargetOf(ptCtx, b);
+        if (bMpegQuant) DequantMpegInter(ps16Block, ps16Block, u32Quant);
+        if (bMpegQuant || bFailed || u32Quant == 0) {
+            AddInterBlock(ps16Block, t.pu8Dst, t.pitch);
+        } else {
+            AddInterBlockH263(ps16Block, u32Quant, t.pu8Dst, t.pitch);
+        }
+        ps16Block += 64;
+    }
+    tBs.StoreTo(&ptCtx->tBs);
+}
+
+// Kernel by kernel, unless they are the portable ones.
 void AddResidual(Mp4vDecCtx* ptCtx) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
     if (!tMb.u32Cbp) return;
+    if (ResidualIsPortable(ptCtx->u16QuantType)) return AddResidualBlocks(ptCtx);
     const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
     const bool bMpegQuant = ptCtx->u16QuantType;
     DecInterBlocks_c(&ptCtx->tBs, tMb.as16Coef, ptCtx->u32AltVertScan ? 2 : 0, tMb.u32Cbp, bMpegQuant ? 0 : u32Quant);
