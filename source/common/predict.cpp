@@ -239,12 +239,13 @@ int32_t ChromaOfFour(int32_t s32Sum) {
 
 // u32Divide: 2 for vectors in quarter samples, truncated to half samples one by one.
 Mp4vMv SumOfFour(const Mp4vMv* ptMv, int32_t s32Divide) {
-    Mp4vMv tSum = {0, 0};
-    for (int b = 0; b < 4; b++) {
-        tSum.s32X = AddWrapping(tSum.s32X, ptMv[b].s32X / s32Divide);
-        tSum.s32Y = AddWrapping(tSum.s32Y, ptMv[b].s32Y / s32Divide);
-    }
-    return tSum;
+    // Not a loop: g++ 12 turned one into vector code with wrong sums where it was inlined.
+    const auto sum = [=](int32_t s32A, int32_t s32B, int32_t s32C, int32_t s32D) {
+        return AddWrapping(AddWrapping(s32A / s32Divide, s32B / s32Divide),
+                           AddWrapping(s32C / s32Divide, s32D / s32Divide));
+    };
+    return {sum(ptMv[0].s32X, ptMv[1].s32X, ptMv[2].s32X, ptMv[3].s32X),
+            sum(ptMv[0].s32Y, ptMv[1].s32Y, ptMv[2].s32Y, ptMv[3].s32Y)};
 }
 
 Mp4vMv ChromaVector(const MbInfo& tInfo, int32_t s32Divide) {
