@@ -237,7 +237,7 @@ int32_t ChromaOfFour(int32_t s32Sum) {
     return s32Sum < 0 ? -s32Chroma : s32Chroma;
 }
 
-// u32Divide: 2 for vectors in quarter samples, truncated to half samples one by one.
+// s32Divide: 2 for vectors in quarter samples, truncated to half samples one by one.
 Mp4vMv SumOfFour(const Mp4vMv* ptMv, int32_t s32Divide) {
     // Not a loop: g++ 12 turned one into vector code with wrong sums where it was inlined.
     const auto sum = [=](int32_t s32A, int32_t s32B, int32_t s32C, int32_t s32D) {
