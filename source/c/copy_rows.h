@@ -1,25 +1,24 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Copyright (c) 2026, the mp4vdec authors
 
-// Block copies for inlining where the copy kernels are the portable ones.
+// Block copies: the copy kernels, and for inlining where those are the portable ones.
 #ifndef MP4VDEC_SOURCE_C_COPY_ROWS_H_
 #define MP4VDEC_SOURCE_C_COPY_ROWS_H_
 
-#include <stddef.h>
-#include <stdint.h>
-#include <string.h>
+#include "c/vec.h"
 
-// Four rows at a time: the multiples of the pitches stay in registers. kRows: a multiple of 4.
+// Row after row, so that rows that overlap in the destination come out the same everywhere. kRows: a multiple of 4.
 template <int kWidth, int kRows>
-static inline __attribute__((always_inline)) void CopyRows(const uint8_t* __restrict pu8Src, ptrdiff_t srcPitch,
-                                                           uint8_t* __restrict pu8Dst, ptrdiff_t dstPitch) {
+MP4V_VEC void CopyRows(const uint8_t* pu8Src, ptrdiff_t srcPitch, uint8_t* pu8Dst, ptrdiff_t dstPitch) {
+    const RowOffsets tSrc(srcPitch), tDst(dstPitch);
+#pragma GCC unroll 4
     for (int y = 0; y < kRows; y += 4) {
-        memcpy(pu8Dst, pu8Src, kWidth);
-        memcpy(pu8Dst + dstPitch, pu8Src + srcPitch, kWidth);
-        memcpy(pu8Dst + 2 * dstPitch, pu8Src + 2 * srcPitch, kWidth);
-        memcpy(pu8Dst + 3 * dstPitch, pu8Src + 3 * srcPitch, kWidth);
-        pu8Src += 4 * srcPitch;
-        pu8Dst += 4 * dstPitch;
+        for (int i = 0; i < 4; i++) {
+            kWidth == 16 ? StoreBytes16(pu8Dst + tDst[i], LoadBytes16(pu8Src + tSrc[i]))
+                         : StoreBytes8(pu8Dst + tDst[i], LoadBytes8(pu8Src + tSrc[i]));
+        }
+        pu8Src += tSrc.four;
+        pu8Dst += tDst.four;
     }
 }
 
