@@ -19,12 +19,9 @@ void LayPlanes(VopFrame* ptFrame, size_t stride, size_t height) {
     ptFrame->pu8V = ptFrame->pu8U + chroma_stride * (height / 2);
 }
 
-typedef void ExtendSide(void* pvDst, uint32_t u32Value, uint32_t u32Bytes);
-typedef void CopyRow(void* pvDst, const void* pvSrc, uint32_t u32Bytes);
-
 // The sides go first: the rows copied up and down then carry the corners.
 void ExtendPlane(uint8_t* pu8Plane, ptrdiff_t stride, ptrdiff_t width, ptrdiff_t height, uint32_t u32Border,
-                 ExtendSide* const& pfSet, CopyRow* const& pfCopy) {
+                 Mp4vMemSet* const& pfSet, Mp4vMemCopy* const& pfCopy) {
     const ptrdiff_t border = (ptrdiff_t)u32Border;
     for (ptrdiff_t y = 0; y < height; y++) {
         uint8_t* const pu8Row = pu8Plane + y * stride;

@@ -169,15 +169,12 @@ void PredictFrame(uint8_t* pu8Dst, const RefPlane& t, int64_t x, int64_t y, Mp4v
 
 // ---- Quarter-sample luma
 
-typedef void QpelKernel(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Count, int32_t s32DstPitch,
-                        int32_t s32SrcPitch, uint32_t u32Rounding);
-
 // A 16 x 16 block at a fractional position, s32X, s32Y in [0, 3]. Both directions: first the rows into the scratch, one
 // more than the block has, then the columns.
 void QuarterPel16x16(uint8_t* pu8Dst, int32_t s32DstPitch, const uint8_t* pu8Src, int32_t s32SrcPitch,
                      uint8_t* pu8Scratch, int32_t s32X, int32_t s32Y, uint32_t u32Rounding) {
-    QpelKernel* const pfHorz = s32X == 1 ? HorzPassAvg16 : s32X == 2 ? HorzPass16 : HorzPassAvgUp16;
-    QpelKernel* const pfVert = s32Y == 1 ? VertPassAvg16 : s32Y == 2 ? VertPass16 : VertPassAvgUp16;
+    Mp4vQpelPass* const pfHorz = s32X == 1 ? HorzPassAvg16 : s32X == 2 ? HorzPass16 : HorzPassAvgUp16;
+    Mp4vQpelPass* const pfVert = s32Y == 1 ? VertPassAvg16 : s32Y == 2 ? VertPass16 : VertPassAvgUp16;
     if (s32Y == 0) {
         pfHorz(pu8Dst, pu8Src, 16, s32DstPitch, s32SrcPitch, u32Rounding);
     } else if (s32X == 0) {
