@@ -13,7 +13,7 @@
 #include "common/vlc.h"
 #include "common/vlc_tables.h"
 
-const int16_t g_as16DefaultAcDcValue[15] = {1024};
+constexpr int16_t g_as16DefaultAcDcValue[15] = {1024};
 
 const int32_t g_al32Divider[32] = {
     0,    65537, 32769, 21846, 16385, 13108, 10923, 9363,  //
@@ -53,7 +53,16 @@ constexpr BlockPlaces kBlockPlaces[6] = {
 
 typedef const int16_t BlockPred[16];
 
-constexpr int16_t kNoNeighbour[6][16] = {{1024}, {1024}, {1024}, {1024}, {1024}, {1024}};
+// The predictors of a neighbour that is not there, laid out as a record's.
+struct NoNeighbour {
+    int16_t as16AcDcPred[6][16] = {};
+
+    constexpr NoNeighbour() {
+        for (auto& as16Block : as16AcDcPred)
+            for (int k = 0; k < 15; k++) as16Block[k] = g_as16DefaultAcDcValue[k];
+    }
+};
+constexpr NoNeighbour kNoNeighbour;
 
 // The predictors around the current macroblock and the quantisers that they were coded with.
 struct Neighbours {
@@ -71,8 +80,9 @@ Neighbours FindNeighbours(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t 
     const MbInfo* const ptCur = ptCtx->tMb.ptCurMbInfo;
     const ptrdiff_t row = (ptrdiff_t)ptCtx->u32MbWidth + 1;
     const uint32_t u32Quant = ptCur->u8Qp;
-    Neighbours t = {{ptCur->as16AcDcPred, kNoNeighbour, kNoNeighbour, kNoNeighbour},
-                    {u32Quant, u32Quant, u32Quant, u32Quant}};
+    Neighbours t = {
+        {ptCur->as16AcDcPred, kNoNeighbour.as16AcDcPred, kNoNeighbour.as16AcDcPred, kNoNeighbour.as16AcDcPred},
+        {u32Quant, u32Quant, u32Quant, u32Quant}};
     LookAt(&t, kLeft, u32Column > 0, ptCur - 1);
     LookAt(&t, kTop, u32Row > 0, ptCur - row);
     LookAt(&t, kTopLeft, u32Column > 0 && u32Row > 0, ptCur - row - 1);
