@@ -10,6 +10,7 @@
 #include "common/block.h"
 #include "common/bsreader.h"
 #include "common/kernels.h"
+#include "common/picture.h"
 #include "common/vlc.h"
 #include "common/vlc_tables.h"
 
@@ -213,14 +214,10 @@ void ReconIntraBlock(int16_t* ps16Block, bool bMpegQuant, uint32_t u32Quant, uin
 void ReconIntraMB(Mp4vDecCtx* ptCtx, uint32_t /*u32Column*/, uint32_t /*u32Row*/) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
     const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
-    const int32_t s32Stride = (int32_t)ptCtx->u32LumaStride;
-    const bool bFieldDct = ptCtx->s16Interlaced && tMb.s32DctType == 1;
-    const ptrdiff_t lower = bFieldDct ? s32Stride : 8 * s32Stride;
-    const int32_t s32LumaPitch = bFieldDct ? 2 * s32Stride : s32Stride;
+    const BlockLayout tLayout = LayoutOf(ptCtx);
     for (uint32_t b = 0; b < 6; b++) {
-        uint8_t* pu8Dst = tMb.pu8DstY + 8 * (b & 1) + (b >> 1) * lower;
-        if (b >= 4) pu8Dst = b == 4 ? tMb.pu8DstU : tMb.pu8DstV;
-        ReconIntraBlock(tMb.as16Coef + 64 * b, ptCtx->u16QuantType, u32Quant, tMb.au32DcScaler[b], pu8Dst,
-                        b < 4 ? s32LumaPitch : s32Stride / 2);
+        const BlockTarget t = TargetOf(tMb, tLayout, b);
+        ReconIntraBlock(tMb.as16Coef + 64 * b, ptCtx->u16QuantType, u32Quant, tMb.au32DcScaler[b], t.pu8Dst,
+                        t.s32Pitch);
     }
 }

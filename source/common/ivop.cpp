@@ -26,8 +26,8 @@ uint32_t IVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
     uint32_t u32Quant = ptCtx->u32VopQuant;
     for (uint32_t u32Row = 0; u32Row < ptCtx->u32MbHeight; u32Row++) {
-        for (uint32_t u32Column = 0; u32Column < ptCtx->u32MbWidth; u32Column++) {
-            StartMb(ptCtx, u32Column, u32Row);
+        StartMbRow(ptCtx, u32Row);
+        for (uint32_t u32Column = 0; u32Column < ptCtx->u32MbWidth; u32Column++, NextMb(&tMb)) {
             const uint32_t u32Mcbpc = DecMcbpcIntra_c(&ptCtx->tBs);
             tMb.ptCurMbInfo->u8MbType = u32Mcbpc & 7;
             tMb.u32AcPredFlag = BsRead(&ptCtx->tBs, 1);  // also behind an invalid mcbpc

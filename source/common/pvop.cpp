@@ -18,19 +18,6 @@
 
 namespace {
 
-struct BlockTarget {
-    uint8_t* pu8Dst;
-    ptrdiff_t pitch;
-};
-
-BlockTarget TargetOf(const Mp4vDecCtx* ptCtx, int32_t b) {
-    const Mp4vMbScratch& tMb = ptCtx->tMb;
-    const ptrdiff_t stride = (int32_t)ptCtx->u32LumaStride;
-    if (b >= 4) return {b == 4 ? tMb.pu8DstU : tMb.pu8DstV, stride / 2};
-    const bool bFieldDct = ptCtx->s16Interlaced && tMb.s32DctType;
-    return {tMb.pu8DstY + 8 * (b & 1) + (b >> 1) * (bFieldDct ? stride : 8 * stride), bFieldDct ? 2 * stride : stride};
-}
-
 // Whether AddResidual may take blocks from levels to samples at once.
 bool ResidualIsPortable(bool bMpegQuant) {
     return InterTransformIsPortable() && (bMpegQuant || DequantH263Inter == DequantH263Inter_c);
@@ -44,19 +31,20 @@ void AddResidualBlocks(Mp4vDecCtx* ptCtx) {
     const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
     const bool bMpegQuant = ptCtx->u16QuantType;
     const uint32_t u32Scan = ptCtx->u32AltVertScan ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG;
+    const BlockLayout tLayout = LayoutOf(ptCtx);
     int16_t* ps16Block = tMb.as16Coef;
     bool bFailed = false;
-    for (int32_t b = 0; b < 6; b++) {
+    for (uint32_t b = 0; b < 6; b++) {
         if (!(tMb.u32Cbp >> (5 - b) & 1)) continue;
         memset(ps16Block, 0, 64 * sizeof *ps16Block);
         if (!bFailed) DecInterBlock(tBs, ps16Block, u32Scan);
         bFailed = tBs.u32BsError == ERR_VID_MPEG4DEC_COEFF;
-        const BlockTarget t = TargetOf(ptCtx, b);
+        const BlockTarget t = TargetOf(tMb, tLayout, b);
         if (bMpegQuant) DequantMpegInter(ps16Block, ps16Block, u32Quant);
         if (bMpegQuant || bFailed || u32Quant == 0) {
-            AddInterBlock(ps16Block, t.pu8Dst, t.pitch);
+            AddInterBlock(ps16Block, t.pu8Dst, t.s32Pitch);
         } else {
-            AddInterBlockH263(ps16Block, u32Quant, t.pu8Dst, t.pitch);
+            AddInterBlockH263(ps16Block, u32Quant, t.pu8Dst, t.s32Pitch);
         }
         ps16Block += 64;
     }
@@ -78,10 +66,8 @@ void AddResidual(Mp4vDecCtx* ptCtx) {
             ps16Block += 64;
         }
     }
-    const int32_t s32Stride = (int32_t)ptCtx->u32LumaStride;
-    const bool bFieldDct = ptCtx->s16Interlaced && tMb.s32DctType;
-    AddIdct8x8Multi(&tMb, tMb.as16Coef, tMb.u32Cbp, bFieldDct ? s32Stride : 8 * s32Stride,
-                    bFieldDct ? 2 * s32Stride : s32Stride, s32Stride / 2);
+    const BlockLayout t = LayoutOf(ptCtx);
+    AddIdct8x8Multi(&tMb, tMb.as16Coef, tMb.u32Cbp, t.s32RowOffset, t.s32LumaPitch, t.s32ChromaPitch);
 }
 
 // Motion zero of all three planes.
@@ -147,7 +133,7 @@ uint32_t PVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags) {
     VopEdgeExpand(ptCtx, &ptCtx->tRefFrame);
     ptCtx->u32RunningQp = ptCtx->u32VopQuant;
     for (uint32_t u32Row = 0; u32Row < ptCtx->u32MbHeight; u32Row++) {
-        StartMb(ptCtx, 0, u32Row);
+        StartMbRow(ptCtx, u32Row);
         for (uint32_t u32Column = 0; u32Column < ptCtx->u32MbWidth; u32Column++, NextMb(&ptCtx->tMb)) {
             MbInfo* const ptInfo = ptCtx->tMb.ptCurMbInfo;
             const uint32_t u32Header = DecHeader(ptCtx, u32Column, u32Row);

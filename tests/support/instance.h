@@ -100,7 +100,10 @@ class Instance {
         return {first, first + mb_record_count() * sizeof(MbInfo)};
     }
 
-    void StartAt(uint32_t column, uint32_t row) { StartMb(ctx_, column, row); }
+    void StartAt(uint32_t column, uint32_t row) {
+        StartMbRow(ctx_, row);
+        while (column-- > 0) NextMb(&ctx_->tMb);
+    }
 
     // The allocation that a frame's planes lie in, from its first byte on.
     uint8_t* Allocation(const VopFrame& frame) const {
