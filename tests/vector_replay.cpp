@@ -15,6 +15,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <optional>
 
 namespace mp4v::test {
 namespace {
@@ -28,10 +29,11 @@ size_t PageSize() {
     return static_cast<size_t>(sysconf(_SC_PAGESIZE));
 }
 
-// A buffer between two pages without access. It ends at the second one, as far as the alignment allows.
+// A buffer between two pages without access. It begins at the first one, or ends at the second one as far as the
+// alignment allows.
 class GuardedBuffer {
   public:
-    GuardedBuffer(size_t size, size_t align, uint8_t fill) : size_(size) {
+    GuardedBuffer(size_t size, size_t align, uint8_t fill, Flush flush = Flush::kRight) : size_(size) {
         const size_t page = PageSize();
         body_ = (size + page - 1) / page * page;
         body_ = std::max(body_, page);
@@ -41,7 +43,7 @@ class GuardedBuffer {
             perror("mmap");
             abort();
         }
-        data_ = map_ + page + (body_ - size) / align * align;
+        data_ = map_ + page + (flush == Flush::kLeft ? 0 : (body_ - size) / align * align);
         memset(map_ + page, kCanary, body_);
         memset(data_, fill, size);
     }
@@ -71,11 +73,12 @@ class GuardedBuffer {
 
 // The memory context of a replay.
 struct GuardedMemory {
-    std::map<void*, std::unique_ptr<GuardedBuffer>> live;
-    std::vector<std::string> problems;
+    Flush flush = Flush::kRight;
+    std::map<void*, std::unique_ptr<GuardedBuffer>> live{};
+    std::vector<std::string> problems{};
 
     void* Allocate(uint32_t size, uint32_t align) {
-        auto buffer = std::make_unique<GuardedBuffer>(size, align, kRubbish);
+        auto buffer = std::make_unique<GuardedBuffer>(size, align, kRubbish, flush);
         void* memory = buffer->data();
         live.emplace(memory, std::move(buffer));
         return memory;
@@ -255,24 +258,30 @@ std::string Format(const char* format, Args... args) {
     return text;
 }
 
-// One instance and the buffers around it.
+// One instance and the buffers around it. With a model, pictures have the sizes and contents that they had there.
 class Session {
   public:
-    Session(const DecoderApi& api, const VectorCase& vector)
+    Session(const DecoderApi& api, const VectorCase& vector, const ReplayResult* model = nullptr,
+            Flush flush = Flush::kRight)
         : api_(api),
           vector_(vector),
+          model_(model),
+          flush_(flush),
           extension_(vector),
-          picture_(static_cast<size_t>(vector.open_width) * vector.open_height * 3 / 2, 1, kPicture),
+          memory_{flush},
           width_(vector.open_width),
-          height_(vector.open_height) {}
+          height_(vector.open_height) {
+        const size_t size = model ? 0 : static_cast<size_t>(vector.open_width) * vector.open_height * 3 / 2;
+        picture_.emplace(size, 1, kPicture, flush);
+    }
 
     ReplayResult Run() {
         if (Open()) {
             size_t number = 0;
-            while (number < vector_.chunks.size() && Feed(number)) {
+            while (number < Chunks() && Feed(number)) {
                 number++;
             }
-            if (number == vector_.chunks.size()) {
+            if (number == Chunks()) {
                 Close();
             }
         }
@@ -281,6 +290,9 @@ class Session {
     }
 
   private:
+    // As many as the model got through.
+    size_t Chunks() const { return model_ ? model_->lines.size() - 1 : vector_.chunks.size(); }
+
     bool Open() {
         const Mp4vDecOpenParams params = {
             {0xFFFFFFFF, 0xFFFFFFFF}, vector_.open_width, vector_.open_height, extension_.Address()};
@@ -296,10 +308,15 @@ class Session {
 
     bool Feed(size_t number) {
         const VectorChunk& chunk = vector_.chunks[number];
-        GuardedBuffer bytes(chunk.data.size() + chunk.tail.size(), 1, 0);
+        GuardedBuffer bytes(chunk.data.size() + chunk.tail.size(), 1, 0, flush_);
         std::copy(chunk.data.begin(), chunk.data.end(), bytes.data());
         std::copy(chunk.tail.begin(), chunk.tail.end(), bytes.data() + chunk.data.size());
         bytes.MakeReadOnly();
+        if (model_) {
+            const size_t size = model_->lines[number + 1].picture_bytes;
+            picture_.emplace(size, 1, kPicture, flush_);
+            std::copy_n(model_->lines[number].buffer.begin(), size, picture_->data());
+        }
 
         Mp4vDecInArgs in = {};
         in.pu8Buf = bytes.data();
@@ -309,7 +326,7 @@ class Session {
         in.u32CtrlFlags = chunk.flags;
         Mp4vDecOutArgs out;
         memset(&out, kUntouched, sizeof(out));
-        out.pu8Dst = picture_.data();
+        out.pu8Dst = picture_->data();
 
         uint32_t status = 0;
         std::string fault;
@@ -333,16 +350,16 @@ class Session {
                 Format("%zu %s status=%08x width=%x height=%x type=%x ready=%x time=%llx eos=%x buffer=%016llx", number,
                        chunk.headers_only ? "predec" : "process", status, out.u32Width, out.u32Height, out.u32PicType,
                        out.u32FrameReady, static_cast<unsigned long long>(out.u64TimeStamp), out.u8EndOfStream,
-                       static_cast<unsigned long long>(Fnv1a64(picture_.bytes(), kBufferBasis))));
+                       static_cast<unsigned long long>(model_ ? 0 : Fnv1a64(picture_->bytes(), kBufferBasis))));
         return true;
     }
 
     void CheckRecords(size_t number, const Mp4vDecOutArgs& out) {
-        if (out.pu8Dst != picture_.data() || out.au32Reserved[0] != 0xDDDDDDDD || out.au32Reserved[1] != 0xDDDDDDDD) {
+        if (out.pu8Dst != picture_->data() || out.au32Reserved[0] != 0xDDDDDDDD || out.au32Reserved[1] != 0xDDDDDDDD) {
             result_.problems.push_back(Format("chunk %zu: a member of the host's was written", number));
         }
-        if (!picture_.Intact()) {
-            result_.problems.push_back(Format("chunk %zu: written in front of the picture", number));
+        if (!picture_->Intact()) {
+            result_.problems.push_back(Format("chunk %zu: written outside the picture", number));
         }
     }
 
@@ -359,14 +376,21 @@ class Session {
     }
 
     void AddLine(bool delivered, std::string text) {
-        const auto bytes = picture_.bytes();
+        const auto bytes = picture_->bytes();
         result_.lines.push_back({std::move(text), {bytes.begin(), bytes.end()}, width_, height_, delivered});
+        if (api_.current_size && handle_) {
+            uint32_t width = 0, height = 0;
+            api_.current_size(handle_, &width, &height);
+            result_.lines.back().picture_bytes = static_cast<size_t>(width) * height * 3 / 2;
+        }
     }
 
     const DecoderApi& api_;
     const VectorCase& vector_;
+    const ReplayResult* model_;
+    Flush flush_;
     Extension extension_;
-    GuardedBuffer picture_;
+    std::optional<GuardedBuffer> picture_;
     GuardedMemory memory_;
     void* handle_ = nullptr;
     uint32_t width_;
@@ -452,6 +476,35 @@ bool ParseCase(std::span<const uint8_t> bytes, VectorCase* result, std::string* 
 
 ReplayResult Replay(const DecoderApi& api, const VectorCase& vector) {
     return Session(api, vector).Run();
+}
+
+std::vector<std::string> FindEscapes(const DecoderApi& api, const VectorCase& vector, const ReplayResult& replay,
+                                     Flush flush) {
+    if (!replay.problems.empty() || replay.lines.empty()) {
+        return {"nothing to compare with"};
+    }
+    for (const ReplayLine& line : replay.lines) {
+        if (line.picture_bytes > line.buffer.size()) {
+            return {"the current size is larger than the size at open, after " + line.text};
+        }
+    }
+    const ReplayResult result = Session(api, vector, &replay, flush).Run();
+    std::vector<std::string> escapes = result.problems;
+    if (result.lines.size() != replay.lines.size()) {
+        escapes.push_back("another number of results");
+        return escapes;
+    }
+    const auto text_of = [](const ReplayLine& line) { return line.text.substr(0, line.text.find(" buffer=")); };
+    for (size_t i = 0; i < result.lines.size(); i++) {
+        const ReplayLine& want = replay.lines[i];
+        const ReplayLine& got = result.lines[i];
+        if (text_of(got) != text_of(want) || got.picture_bytes != want.picture_bytes) {
+            escapes.push_back("want " + text_of(want) + "\n  got  " + text_of(got));
+        } else if (!std::equal(got.buffer.begin(), got.buffer.end(), want.buffer.begin())) {
+            escapes.push_back("other samples than in the larger buffer: " + text_of(got));
+        }
+    }
+    return escapes;
 }
 
 std::string Compare(const ReplayResult& result, const std::vector<std::string>& expected, Extent extent) {

@@ -2,7 +2,7 @@
 // Copyright (c) 2026, the mp4vdec authors
 
 // Replays recorded decoder sessions (tests/vectors/README.md) as a strict host: every buffer that the decoder is given
-// ends at a page without access, chunks are read-only, and memory comes filled with rubbish.
+// touches a page without access, chunks are read-only, and memory comes filled with rubbish.
 #ifndef MP4VDEC_TESTS_VECTOR_REPLAY_H_
 #define MP4VDEC_TESTS_VECTOR_REPLAY_H_
 
@@ -37,6 +37,8 @@ struct VectorCase {
 struct DecoderApi {
     const VidDecFuncs* functions = nullptr;
     uint32_t (*pre_decode)(void*, const Mp4vDecInArgs*, uint32_t*, uint32_t*) = nullptr;
+    // The size that an instance works with; optional.
+    void (*current_size)(const void*, uint32_t*, uint32_t*) = nullptr;
 };
 
 // A result line, and what the caller's picture holds at this point.
@@ -45,7 +47,8 @@ struct ReplayLine {
     std::vector<uint8_t> buffer;
     uint32_t width = 0;  // of the last picture delivered, or the open size
     uint32_t height = 0;
-    bool delivered = false;  // by this very chunk
+    bool delivered = false;    // by this very chunk
+    size_t picture_bytes = 0;  // of the size that the instance works with now; 0 when it cannot be asked
 };
 
 struct ReplayResult {
@@ -59,6 +62,15 @@ std::vector<uint8_t> ReadFile(const std::string& path);
 std::vector<std::string> ReadLines(const std::string& path);
 
 ReplayResult Replay(const DecoderApi& api, const VectorCase& vector);
+
+// Which end of a buffer touches the page without access.
+enum class Flush { kLeft, kRight };
+
+// Replays once more, giving each chunk a picture buffer of exactly the size that the instance worked with in `replay`,
+// filled with what that replay's buffer held. All buffers, chunks and allocations are flush to the given side.
+// Empty when everything is as in `replay` and nothing outside a buffer was touched; else what went wrong.
+std::vector<std::string> FindEscapes(const DecoderApi& api, const VectorCase& vector, const ReplayResult& replay,
+                                     Flush flush);
 
 // How much of a recording counts: all; all but the bytes of the caller's buffer behind the current picture; what the
 // calls return and write into their records, without samples.

@@ -9,6 +9,8 @@
 #include <map>
 #include <ostream>
 
+#include "common/context.h"
+
 namespace mp4v::test {
 namespace {
 
@@ -40,6 +42,14 @@ std::map<std::string, std::string> FindDisputed() {
     return disputed;
 }
 
+void CurrentSize(const void* handle, uint32_t* width, uint32_t* height) {
+    const auto* const ctx = static_cast<const Mp4vDecCtx*>(handle);
+    *width = ctx->u32Width;
+    *height = ctx->u32Height;
+}
+
+const DecoderApi kDecoder = {ptVidDec_MPEG4->ptFuncs, Mp4vPreDecBs, CurrentSize};
+
 class VectorReplay : public testing::TestWithParam<std::string> {};
 
 TEST_P(VectorReplay, GivesTheRecordedResults) {
@@ -50,7 +60,7 @@ TEST_P(VectorReplay, GivesTheRecordedResults) {
     const std::vector<std::string> expected = ReadLines(path + ".expect");
     ASSERT_EQ(expected.size(), vector.chunks.size() + 1);
 
-    const ReplayResult result = Replay({ptVidDec_MPEG4->ptFuncs, Mp4vPreDecBs}, vector);
+    const ReplayResult result = Replay(kDecoder, vector);
     std::string difference = Compare(result, expected);
     const std::map<std::string, std::string> list = FindDisputed();
     if (const auto disputed = list.find(GetParam()); disputed != list.end()) {
@@ -64,6 +74,19 @@ TEST_P(VectorReplay, GivesTheRecordedResults) {
     }
     if (!difference.empty()) {
         FAIL() << GetParam() << ", " << difference;
+    }
+}
+
+// Of every case, disputed or not: nothing here depends on what is recorded. Chunks that fail get a buffer of the size
+// that they were decoded with, too.
+TEST_P(VectorReplay, StaysInsideAPictureOfTheCurrentSize) {
+    VectorCase vector;
+    std::string error;
+    ASSERT_TRUE(ParseCase(ReadFile(kVectors + GetParam() + ".case"), &vector, &error)) << error;
+    const ReplayResult replay = Replay(kDecoder, vector);
+    for (const Flush flush : {Flush::kLeft, Flush::kRight}) {
+        const std::vector<std::string> escapes = FindEscapes(kDecoder, vector, replay, flush);
+        EXPECT_TRUE(escapes.empty()) << (flush == Flush::kLeft ? "flush left: " : "flush right: ") << escapes.front();
     }
 }
 
@@ -173,6 +196,11 @@ struct Misbehaviour {
     bool write_chunk = false;
     bool leak = false;
     bool overrun_allocation = false;
+    bool underrun_allocation = false;
+    bool read_before_chunk = false;
+    bool write_behind_current_size = false;
+    bool write_before_current_size = false;
+    bool depend_on_what_lies_behind = false;
 };
 Misbehaviour g_misbehaviour;
 uint8_t* g_allocation;
@@ -204,8 +232,44 @@ uint32_t StandInProcess(void*, const Mp4vDecInArgs* in, Mp4vDecOutArgs* out) {
     if (g_misbehaviour.overrun_allocation) {
         g_allocation[20] = 1;
     }
+    if (g_misbehaviour.underrun_allocation) {
+        g_allocation[-1] = 1;
+    }
     out->pu8Dst[picture - 1] = 1;
     return 7;
+}
+
+// Works with 15 x 7 whatever it was opened with: 157 bytes.
+void SmallStandInSize(const void*, uint32_t* width, uint32_t* height) {
+    *width = 15;
+    *height = 7;
+}
+
+uint32_t SmallStandInProcess(void*, const Mp4vDecInArgs* in, Mp4vDecOutArgs* out) {
+    uint8_t* const picture = out->pu8Dst;
+    out->u32Width = 15;
+    out->u32Height = 7;
+    picture[0] = picture[78];
+    picture[156]++;
+    if (g_misbehaviour.write_behind_current_size) {
+        picture[157] = 1;
+    }
+    if (g_misbehaviour.write_before_current_size) {
+        picture[-1] = 1;
+    }
+    if (g_misbehaviour.depend_on_what_lies_behind) {
+        picture[1] = picture[157];
+    }
+    if (g_misbehaviour.read_before_chunk) {
+        g_sink = in->pu8Buf[-1];
+    }
+    if (g_misbehaviour.overrun_allocation) {
+        g_allocation[20] = 1;
+    }
+    if (g_misbehaviour.underrun_allocation) {
+        g_allocation[-1] = 1;
+    }
+    return 0;
 }
 
 uint32_t StandInClose(void*) {
@@ -229,6 +293,26 @@ ReplayResult ReplayStandIn(const Misbehaviour& misbehaviour) {
     return Replay({&functions, nullptr}, vector);
 }
 
+std::vector<std::string> FindEscapesOfStandIn(const Misbehaviour& misbehaviour, Flush flush) {
+    VidDecFuncs functions = {};
+    functions.pfOpen = StandInOpen;
+    functions.pfProcess = SmallStandInProcess;
+    functions.pfClose = StandInClose;
+    const DecoderApi api = {&functions, nullptr, SmallStandInSize};
+    VectorCase vector;
+    vector.open_width = 16;
+    vector.open_height = 16;
+    vector.chunks.resize(2);
+    vector.chunks[0].data = {0, 0, 1};
+    vector.chunks[1].data = {0, 0, 1};
+    g_misbehaviour = {};
+    const ReplayResult replay = Replay(api, vector);
+    EXPECT_EQ(replay.lines.back().picture_bytes, 157u);
+    EXPECT_EQ(replay.lines.back().buffer[156], 0xA7) << "the buffer goes from chunk to chunk";
+    g_misbehaviour = misbehaviour;
+    return FindEscapes(api, vector, replay, flush);
+}
+
 TEST(ReplayHost, FindsNothingWrongWithAGoodDecoder) {
     const ReplayResult result = ReplayStandIn({});
     EXPECT_TRUE(result.problems.empty()) << result.problems.front();
@@ -250,7 +334,51 @@ TEST(ReplayHost, NoticesAWriteBehindAnAllocation) {
     EXPECT_EQ(ReplayStandIn({.overrun_allocation = true}).problems.size(), 1u);
 }
 
+TEST(ReplayHost, FindsNoEscapesOfAGoodDecoder) {
+    EXPECT_TRUE(FindEscapesOfStandIn({}, Flush::kLeft).empty());
+    EXPECT_TRUE(FindEscapesOfStandIn({}, Flush::kRight).empty());
+}
+
+// On the side that does not touch the page the canary tells, after each of the two chunks.
+TEST(ReplayHost, NoticesAWriteOneByteBehindTheCurrentSize) {
+    EXPECT_EQ(FindEscapesOfStandIn({.write_behind_current_size = true}, Flush::kLeft).size(), 2u);
+}
+
+TEST(ReplayHost, NoticesAWriteOneByteBeforeTheCurrentSize) {
+    EXPECT_EQ(FindEscapesOfStandIn({.write_before_current_size = true}, Flush::kRight).size(), 2u);
+}
+
+TEST(ReplayHost, NoticesSamplesThatDependOnWhatLiesBehindTheCurrentSize) {
+    EXPECT_EQ(FindEscapesOfStandIn({.depend_on_what_lies_behind = true}, Flush::kLeft).size(), 2u);
+}
+
+TEST(ReplayHost, NoticesWritesAroundAnAllocation) {
+    EXPECT_EQ(FindEscapesOfStandIn({.overrun_allocation = true}, Flush::kLeft).size(), 1u);
+    EXPECT_EQ(FindEscapesOfStandIn({.underrun_allocation = true}, Flush::kRight).size(), 1u);
+}
+
+TEST(ReplayHost, NoticesAnInstanceThatOutgrowsItsOpenSize) {
+    ReplayResult replay;
+    replay.lines.push_back({"", std::vector<uint8_t>(156), 0, 0, false, 157});
+    EXPECT_EQ(FindEscapes({}, {}, replay, Flush::kLeft).size(), 1u);
+}
+
 #ifndef MP4VDEC_TEST_SANITIZED
+// The page ends the run at the first chunk: a fault, and a result less.
+TEST(ReplayHost, FaultsAtTheFirstByteBehindTheCurrentSize) {
+    EXPECT_EQ(FindEscapesOfStandIn({.write_behind_current_size = true}, Flush::kRight).size(), 2u);
+    EXPECT_EQ(FindEscapesOfStandIn({.depend_on_what_lies_behind = true}, Flush::kRight).size(), 2u);
+}
+
+TEST(ReplayHost, FaultsAtTheByteBeforeTheCurrentSize) {
+    EXPECT_EQ(FindEscapesOfStandIn({.write_before_current_size = true}, Flush::kLeft).size(), 2u);
+}
+
+TEST(ReplayHost, FaultsAtTheByteBeforeAnAllocationAndAChunk) {
+    EXPECT_EQ(FindEscapesOfStandIn({.underrun_allocation = true}, Flush::kLeft).size(), 2u);
+    EXPECT_EQ(FindEscapesOfStandIn({.read_before_chunk = true}, Flush::kLeft).size(), 2u);
+}
+
 TEST(ReplayHost, NoticesAReadBehindTheChunksTail) {
     EXPECT_EQ(ReplayStandIn({.read_behind_tail = true}).problems.size(), 1u);
 }
