@@ -319,6 +319,19 @@ TEST(Mp4vDecoderOpen, CountsAFrameBeyond32BitsAsAFailedAllocation) {
     }
 }
 
+// 16 * 268419075 by 16 * 89483946 samples with the border: three halves of it, taken modulo 2^64, are 10484992 bytes.
+TEST(Mp4vDecoderOpen, CountsAFrameBeyond64BitsAsAFailedAllocation) {
+    MemoryService memory;
+    memory.Record(true);
+    int stale = 0;
+    void* handle = &stale;
+    EXPECT_EQ(Open(&handle, 16 * (268419075u - 4), 16 * (89483946u - 4), &memory), 0xA2C00009);
+    EXPECT_EQ(Allocations(memory), (std::vector<Call>{kInstance, kQpelBuf}));
+    EXPECT_EQ(Frees(memory), (std::vector<Call>{Freed(512, 453), kFreedInstance}));
+    EXPECT_EQ(memory.live_blocks(), 0u);
+    EXPECT_EQ(handle, nullptr);
+}
+
 // A pitch of 64 bytes: 96 bytes for each row with its chroma. 44739232 rows with the border are the most that fit.
 TEST(Mp4vDecoderOpen, AsksForTheLargestFrameThatFits32Bits) {
     MemoryService memory;
