@@ -293,6 +293,55 @@ TEST(Mp4vDecoderOpen, SucceedsAgainAfterAFailure) {
     EXPECT_EQ(memory.live_blocks(), 0u);
 }
 
+// Neither what was freed nor a record that is not reached any more leaves a trace in the next instance.
+TEST(Mp4vDecoderOpen, DecodesAfterAFailureWithTheSameMemoryContext) {
+    const VolHeader vol = {.width = 32, .height = 32};
+    const std::vector<uint8_t> want = FlatPicture(32, 32, {50, 60, 70});
+    LowMemory low;
+    const uint32_t record = low.Record(103, 2);
+    const std::vector<uint32_t> addresses = {0, record};
+    const uint32_t list = low.List(addresses);
+    for (const uint32_t ext_param : {0u, record, list}) {
+        for (size_t n = 1; n <= 9; n++) {
+            TestDecoder decoder(32, 32);
+            ASSERT_EQ(decoder.Close(), 0u);
+            void* handle = nullptr;
+            if (n <= 8) {
+                decoder.memory.FailAllocation(n);
+                ASSERT_NE(Open(&handle, 32, 32, &decoder.memory, ext_param), 0u);
+            } else {
+                ASSERT_EQ(Open(&handle, 0xFFFFFFF0, 0xFFFFFFF8, &decoder.memory, ext_param), 0xA2C00009);
+            }
+            EXPECT_EQ(handle, nullptr);
+            EXPECT_EQ(decoder.memory.live_blocks(), 0u);
+            ASSERT_EQ(Open(&decoder.handle, 32, 32, &decoder.memory, ext_param), 0u);
+            EXPECT_EQ(decoder.ctx().u32ForceDeinterlace, ext_param ? 1u : 0u);
+            ASSERT_EQ(decoder.Process(FlatIntra(vol, {50, 60, 70})).status, 0u);
+            EXPECT_EQ(decoder.picture, want) << "failure " << n;
+            EXPECT_EQ(decoder.Close(), 0u);
+            EXPECT_EQ(decoder.memory.live_blocks(), 0u);
+            EXPECT_TRUE(decoder.memory.bad_frees().empty());
+        }
+    }
+}
+
+// With a record that can be read, too.
+TEST_P(FailingAllocation, IsTheSameWithExtensionRecords) {
+    LowMemory low;
+    const std::vector<uint32_t> addresses = {low.Record(103, 2)};
+    for (const uint32_t ext_param : {addresses[0], low.List(addresses)}) {
+        MemoryService memory;
+        memory.Record(true);
+        memory.FailAllocation(GetParam().allocation);
+        void* handle = nullptr;
+        EXPECT_EQ(Open(&handle, 176, 144, &memory, ext_param), GetParam().status);
+        EXPECT_EQ(Frees(memory), GetParam().frees);
+        EXPECT_EQ(memory.live_blocks(), 0u);
+        EXPECT_TRUE(memory.bad_frees().empty());
+        EXPECT_EQ(handle, nullptr);
+    }
+}
+
 // ---- Sizes beyond 32 bits
 
 TEST(Mp4vDecoderOpen, CountsAFrameBeyond32BitsAsAFailedAllocation) {
@@ -330,6 +379,44 @@ TEST(Mp4vDecoderOpen, CountsAFrameBeyond64BitsAsAFailedAllocation) {
     EXPECT_EQ(Frees(memory), (std::vector<Call>{Freed(512, 453), kFreedInstance}));
     EXPECT_EQ(memory.live_blocks(), 0u);
     EXPECT_EQ(handle, nullptr);
+}
+
+// Whether a frame of this many macroblocks with the border, 384 bytes each, fits 32 bits; without any product.
+bool FrameFits(uint64_t columns, uint64_t rows) {
+    return columns <= UINT32_MAX / 384 / rows;
+}
+
+// Around every power of two, and up to the largest sizes that are accepted.
+TEST(Mp4vDecoderOpen, AsksForAFrameExactlyWhenItsSizeFits32Bits) {
+    std::vector<uint32_t> sides = {0};
+    for (unsigned bit = 4; bit < 32; bit++) {
+        for (const uint32_t side : {(1u << bit) - 16, 1u << bit, (1u << bit) + 16, 3u << (bit - 1)}) {
+            sides.push_back(side & ~15u);
+        }
+    }
+    sides.push_back(0xFFFFFFF0);
+    size_t asked = 0;
+    for (const uint32_t width : sides) {
+        for (const uint32_t height : sides) {
+            MemoryService memory;
+            memory.Record(true);
+            memory.FailAllocation(3);
+            void* handle = nullptr;
+            const uint64_t columns = uint64_t{width} / 16 + 4;
+            const uint64_t rows = uint64_t{height} / 16 + 4;
+            ASSERT_EQ(Open(&handle, width, height, &memory), 0xA2C00009) << width << " x " << height;
+            const std::vector<Call> calls = Allocations(memory);
+            ASSERT_EQ(calls.size(), FrameFits(columns, rows) ? 3u : 2u) << width << " x " << height;
+            if (calls.size() == 3) {
+                EXPECT_EQ(calls[2].size, columns * rows * 384);
+                asked++;
+            }
+            EXPECT_EQ(memory.live_blocks(), 0u);
+            EXPECT_TRUE(memory.bad_frees().empty());
+        }
+    }
+    EXPECT_GT(asked, sides.size());
+    EXPECT_LT(asked, sides.size() * sides.size() / 2);
 }
 
 // A pitch of 64 bytes: 96 bytes for each row with its chroma. 44739232 rows with the border are the most that fit.
