@@ -57,8 +57,8 @@ static inline void OutputMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32R
     if (!ptCtx->u32PostProcOn) return;
     const bool bDeblock = ptCtx->tMb.ptCurMbInfo->u8Qp > ptCtx->s32DeblockQpThr;
     *pu32Flags = (*pu32Flags & ~(uint32_t)kPostDeblock) | (bDeblock ? kPostDeblock : 0u);
-    const uint32_t u32Luma = ptCtx->u32Width * ptCtx->u32Height;
-    PostProcess_MB(ptCtx, u32Column, u32Row, pu8Out, pu8Out + u32Luma, pu8Out + u32Luma * 5 / 4, *pu32Flags);
+    const size_t luma = (size_t)ptCtx->u32Width * ptCtx->u32Height;  // times 5, it may not fit 32 bits
+    PostProcess_MB(ptCtx, u32Column, u32Row, pu8Out, pu8Out + luma, pu8Out + luma * 5 / 4, *pu32Flags);
 }
 
 #endif  // MP4VDEC_SOURCE_COMMON_PICTURE_H_
