@@ -115,29 +115,36 @@ void Feed(Instance& scout, Instance& decoder, const SessionCase::Piece& piece) {
     if (picture) CheckKnown({picture.get(), bytes});
 }
 
-// User data without a keyword, which end what others said; a layer of one macroblock; an I-VOP that is not flat.
-SessionCase::Piece GoodPiece() {
+// User data without a keyword, which end what others said; a layer; an I-VOP that is not flat.
+SessionCase::Piece GoodPiece(uint32_t width, uint32_t height) {
     test::BitWriter out;
     test::PutUserData(out, "none");
     test::VolHeader vol;
-    vol.width = 16;
-    vol.height = 16;
+    vol.width = width;
+    vol.height = height;
     vol.PutTo(out);
     test::VopHeader().PutTo(out, vol);
-    out.Bits("1 0 11");                                    // mcbpc, ac_pred_flag, cbpy: all luma blocks
-    for (int i = 0; i < 4; i++) out.Bits("10 11 0111 0");  // a DC of 3, one coefficient, last
-    out.Bits("11 11").Align();
+    for (uint32_t mb = 0; mb < width * height / 256; mb++) {
+        out.Bits("1 0 11");  // mcbpc, ac_pred_flag, cbpy: all
+        for (int i = 0; i < 4; i++) out.Bits(mb & 1 ? "10 01" : "10 10").Bits("0111 0");  // a DC, a coefficient, last
+        out.Bits("11 11");
+    }
     SessionCase::Piece piece;
-    piece.data = out.Bytes();
+    piece.flags = MP4VDEC_CTRL_DEINTERLACE;
+    piece.data = out.Align().Bytes();
     return piece;
 }
 
 void CheckRecovery(Instance& decoder, const Mp4vDecOpenParams& params) {
-    static const SessionCase::Piece piece = GoodPiece();
+    // Of the larger size, what is known of the picture structure shows in the output.
+    const bool large = params.u32Width >= 352 && params.u32Height >= 480;
+    static const SessionCase::Piece pieces[] = {GoodPiece(16, 16), GoodPiece(352, 480)};
+    const SessionCase::Piece& piece = pieces[large];
+    const size_t bytes = large ? 352 * 480 * 3 / 2 : 16 * 16 * 3 / 2;
     const PaddedChunk chunk(piece.data, piece.padding);
     Instance fresh(params);
-    std::vector<uint8_t> expected(16 * 16 * 3 / 2, 0x11);
-    std::vector<uint8_t> picture(16 * 16 * 3 / 2, 0x11);
+    std::vector<uint8_t> expected(bytes, 0x11);
+    std::vector<uint8_t> picture(bytes, 0x11);
     const Instance::Result want = fresh.Process(chunk, piece, expected.data());
     const Instance::Result got = decoder.Process(chunk, piece, picture.data());
     FUZZ_CHECK(got == want);
