@@ -25,7 +25,7 @@ using Bytes = std::vector<uint8_t>;
 using Block = std::array<int16_t, 64>;
 
 Bytes Noise(size_t count, unsigned spread) {
-    std::mt19937 rng(1);
+    std::mt19937 rng(1);  // NOLINT(cert-msc32-c,cert-msc51-cpp): every run measures the same
     Bytes bytes(count);
     for (uint8_t& b : bytes) b = uint8_t(128 + rng() % spread);
     return bytes;
@@ -281,7 +281,7 @@ void AddOthers() {
     Add("ClearMMX/portable", [] { benchmark::DoNotOptimize(ClearMMX(0)); });
 }
 
-[[maybe_unused]] const bool g_registered = [] {
+void AddAll() {
     AddHalfPels();
     AddCopies();
     AddQpels();
@@ -290,10 +290,15 @@ void AddOthers() {
     AddPostProcessing();
     AddOutput();
     AddOthers();
-    return true;
-}();
+}
 
 }  // namespace
 }  // namespace mp4v
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    mp4v::AddAll();
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

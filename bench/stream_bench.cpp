@@ -12,10 +12,12 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -134,7 +136,7 @@ std::vector<std::string> TestStreams() {
 int Repeat(const std::string& path, int times) {
     Stream stream;
     if (!Load(path, stream)) {
-        std::fprintf(stderr, "%s: no stream with a picture size\n", path.c_str());
+        std::cerr << path << ": no stream with a picture size\n";
         return 1;
     }
     Decoder decoder(stream);
@@ -152,13 +154,13 @@ int Main(int argc, char** argv) {
     for (int i = 1; i < argc; i++) {
         const std::string arg = argv[i];
         if (arg.starts_with("--repeat=")) {
-            repeat = std::atoi(arg.c_str() + 9);
+            std::from_chars(arg.data() + 9, arg.data() + arg.size(), repeat);
         } else if (arg == "--deblock-threshold=10") {
             g_control_flags = 0;
         } else if (arg == "--deblock-threshold=30") {
             g_control_flags = 3;
         } else if (arg.starts_with("-")) {
-            std::fprintf(stderr, "unknown option: %s\n", argv[i]);
+            std::cerr << "unknown option: " << arg << "\n";
             return 2;
         } else {
             paths.push_back(arg);
@@ -168,7 +170,7 @@ int Main(int argc, char** argv) {
     for (const std::string& path : paths.empty() ? TestStreams() : paths) {
         auto stream = std::make_shared<Stream>();
         if (!Load(path, *stream)) {
-            std::fprintf(stderr, "%s: no stream with a picture size\n", path.c_str());
+            std::cerr << path << ": no stream with a picture size\n";
             return 1;
         }
         benchmark::RegisterBenchmark(("Decode/" + stream->name).c_str(), [stream](benchmark::State& state) {

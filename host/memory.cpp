@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "mp4vdec.h"
 
@@ -16,6 +17,10 @@ constexpr size_t kFreedRemembered = 1024;
 
 std::string Text(const char* text) {
     return text ? text : "";
+}
+
+uintptr_t Address(const void* block) {
+    return reinterpret_cast<uintptr_t>(block);
 }
 
 }  // namespace
@@ -55,7 +60,7 @@ void* MemoryService::AllocateLocked(uint32_t size, uint32_t alignment) {
         return nullptr;
     }
     // An address that is in use again is no longer a freed one.
-    freed_.erase(std::remove(freed_.begin(), freed_.end(), block), freed_.end());
+    freed_.erase(std::remove(freed_.begin(), freed_.end(), Address(block)), freed_.end());
     if (fill_) std::memset(block, *fill_, size);
     allocations_++;
     live_bytes_ += size;
@@ -71,7 +76,7 @@ void MemoryService::Free(void* block, int32_t tag, const char* file, int32_t lin
     const std::lock_guard<std::mutex> lock(mutex_);
     try {
         FreeLocked(block, tag, file, line);
-    } catch (...) {  // only the notes can fail; the block itself is gone by then
+    } catch (...) {  // only the notes can fail; the block is freed all the same
     }
 }
 
@@ -79,24 +84,24 @@ void MemoryService::FreeLocked(void* block, int32_t tag, const char* file, int32
     const auto found = live_.find(block);
     const uint32_t size = found == live_.end() ? 0 : found->second;
     const bool known = found != live_.end();
+    const std::unique_ptr<void, decltype(&std::free)> owner(known ? block : nullptr, &std::free);
     if (known) {
         live_.erase(found);
         live_bytes_ -= size;
         frees_++;
-        std::free(block);
     }
     if (recording_) calls_.push_back({MemoryCall::Kind::kFree, block, size, 0, tag, Text(file), line});
     if (known) {
         RememberFreed(block);
     } else if (block) {
-        const bool twice = std::find(freed_.begin(), freed_.end(), block) != freed_.end();
+        const bool twice = std::find(freed_.begin(), freed_.end(), Address(block)) != freed_.end();
         bad_frees_.push_back({twice ? BadFree::Kind::kDouble : BadFree::Kind::kForeign, block, tag, Text(file), line});
     }
 }
 
 void MemoryService::RememberFreed(void* block) {
     if (freed_.size() == kFreedRemembered) freed_.pop_front();
-    freed_.push_back(block);
+    freed_.push_back(Address(block));
 }
 
 void MemoryService::FailAllocation(size_t n) {

@@ -84,7 +84,7 @@ class MemoryService {
 
     mutable std::mutex mutex_;
     std::unordered_map<void*, uint32_t> live_;
-    std::deque<void*> freed_;  // the latest blocks, to tell a double free from a foreign one
+    std::deque<uintptr_t> freed_;  // addresses of the latest blocks, to tell a double free from a foreign one
     std::vector<MemoryCall> calls_;
     std::vector<BadFree> bad_frees_;
     std::optional<uint8_t> fill_;

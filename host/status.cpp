@@ -2,8 +2,8 @@
  * Copyright (c) 2026, the mp4vdec authors */
 #include "host/status.h"
 
-#include <cinttypes>
-#include <cstdio>
+#include <iomanip>
+#include <sstream>
 
 #include "mp4vdec.h"
 
@@ -11,9 +11,9 @@ namespace mp4v {
 namespace {
 
 std::string Hex(uint32_t value) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08" PRIX32, value);
-    return text;
+    std::ostringstream text;
+    text << "0x" << std::hex << std::uppercase << std::setfill('0') << std::setw(8) << value;
+    return text.str();
 }
 
 }  // namespace

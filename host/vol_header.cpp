@@ -96,7 +96,7 @@ size_t EndOfVisualObject(BitCursor bits) {
     bits.Skip(4);                           // visual_object_type
     if (bits.ReadFlag()) {                  // video_signal_type
         bits.Skip(3 + 1);
-        if (bits.ReadFlag()) bits.Skip(3 * 8);  // colour_description
+        if (bits.ReadFlag()) bits.Skip(8 + 8 + 8);  // colour_description
     }
     return NextByte(bits);
 }

@@ -1,12 +1,12 @@
 /* SPDX-License-Identifier: BSD-2-Clause
  * Copyright (c) 2026, the mp4vdec authors */
 #include <CLI/CLI.hpp>
+#include <exception>
 #include <iostream>
 #include <new>
 
 #include "tools/decode_command.h"
 #include "tools/exit_code.h"
-#include "tools/file.h"
 
 #ifndef MP4VDEC_VERSION
 #define MP4VDEC_VERSION "1.0.0"
@@ -71,11 +71,11 @@ int main(int argc, char** argv) {
     } catch (const mp4v::UsageError& error) {
         std::cerr << "mp4vdec: " << error.what() << "\n";
         return mp4v::kExitUsage;
-    } catch (const mp4v::FileError& error) {
-        std::cerr << "mp4vdec: " << error.what() << "\n";
-        return mp4v::kExitFiles;
     } catch (const std::bad_alloc&) {
         std::cerr << "mp4vdec: not enough memory\n";
+        return mp4v::kExitFiles;
+    } catch (const std::exception& error) {
+        std::cerr << "mp4vdec: " << error.what() << "\n";
         return mp4v::kExitFiles;
     }
 }

@@ -119,6 +119,7 @@ MP4V_VEC Magnitudes FindMagnitudes(const Vec8 (&avLevels)[8]) {
     Magnitudes t;
     for (int i = 0; i < 8; i++) {
         t.av[i] = Magnitude(avLevels[i]);
+        // cppcheck-suppress [uninitvar,uninitStructMember]: the first round sets it
         t.vMax = i ? Max(t.vMax, t.av[i]) : t.av[i];
     }
     return t;

@@ -132,10 +132,12 @@ MP4V_VEC void HalfHV(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch, ui
 
 }  // namespace
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a template is named
 #define MP4V_HALF_KERNEL(Name, Body, kWidth, kRows)                                             \
     void Name(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Pitch, uint32_t u32Rounding) { \
         Body<kWidth, kRows>(pu8Dst, pu8Src, s32Pitch, u32Rounding);                             \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 
 MP4V_HALF_KERNEL(Interpolate16x16H_c, HalfH, 16, 16)
 MP4V_HALF_KERNEL(Interpolate16x16V_c, HalfV, 16, 16)

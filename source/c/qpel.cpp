@@ -137,11 +137,13 @@ MP4V_VEC void VertPass(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8
 
 }  // namespace
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a template is named
 #define MP4V_QPEL_KERNEL(Name, Body, kSize, kBlend)                                                               \
     void Name(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Count, int32_t s32DstPitch, int32_t s32SrcPitch, \
               uint32_t u32Rounding) {                                                                             \
         Body<kSize, Blend::kBlend>(pu8Dst, pu8Src, s32Count, s32DstPitch, s32SrcPitch, u32Rounding);              \
     }
+// NOLINTEND(bugprone-macro-parentheses)
 
 MP4V_QPEL_KERNEL(HorzPass16_c, HorzPass, 16, kNone)
 MP4V_QPEL_KERNEL(HorzPassAvg16_c, HorzPass, 16, kBefore)

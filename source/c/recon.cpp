@@ -87,6 +87,7 @@ struct Coefs {
 
 // Of an intra block, whose first coefficient is large.
 struct IntraCoefs : Coefs {
+    // cppcheck-suppress [duplInheritedMember]: it takes the place of the other
     static constexpr bool kDcApart = true;
     MP4V_VEC_MEMBER bool IsSmall(uint32_t u32Sum) const { return u32Sum <= transform::kSmallSumBesideDc; }
 };
@@ -114,10 +115,10 @@ struct H263Levels {
 };
 
 struct H263IntraLevels : H263Levels {
+    // cppcheck-suppress [duplInheritedMember]: it takes the place of the other
     static constexpr bool kDcApart = true;
     uint32_t u32DcScaler;
 
-    H263IntraLevels(uint32_t u32Quant_, uint32_t u32DcScaler_) : H263Levels{u32Quant_}, u32DcScaler(u32DcScaler_) {}
     MP4V_VEC_MEMBER int32_t Dc(int32_t s32) const { return ClampCoef((int32_t)((uint32_t)s32 * u32DcScaler)); }
     MP4V_VEC_MEMBER bool IsSmall(uint32_t u32Sum) const {
         return 3 * u32Quant * u32Sum <= transform::kSmallSumBesideDc;
@@ -198,5 +199,5 @@ void StoreIntraBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch) {
 
 void StoreIntraBlockH263(int16_t* ps16Block, uint32_t u32Quant, uint32_t u32DcScaler, uint8_t* pu8Dst,
                          ptrdiff_t pitch) {
-    ReconBlock<StoreTo>(ps16Block, H263IntraLevels{u32Quant, u32DcScaler}, pu8Dst, pitch);
+    ReconBlock<StoreTo>(ps16Block, H263IntraLevels{{u32Quant}, u32DcScaler}, pu8Dst, pitch);
 }

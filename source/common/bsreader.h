@@ -93,6 +93,7 @@ struct BsCursor {
             const uint64_t u64Consumed = u64Offset - ((32 - u32Crossed) >> 3);  // whole bytes touched so far
             if (u64Consumed > u32BufLen) u32BsError = ERR_VID_MPEG4DEC_BITSTREAM;
         }
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): a pointer may not be counted beyond the chunk
         pu8ReadPtr = reinterpret_cast<const uint8_t*>((uintptr_t)pu8ReadPtr + 4);
         u64Window = u64Window << 32 | u32Word;
         u64Bits |= (uint64_t)u32Word << u32BitPos;

@@ -115,6 +115,7 @@ void ApplyExtensions(Mp4vDecCtx* ptCtx, uint32_t u32ExtParam) {
     MPEG4DecParseReservedType(u32ExtParam, &tSlot, 1);
     if (!u32Record) return;
     uint32_t au32Record[4];
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the interface hands addresses as 32 bits
     memcpy(au32Record, reinterpret_cast<const void*>((uintptr_t)u32Record), sizeof au32Record);
     if (au32Record[3] == 2) {
         ptCtx->u32PicStructHint = 2;
@@ -149,7 +150,8 @@ void RepeatReference(const Mp4vDecCtx* ptCtx, uint8_t* pu8Dst, uint32_t u32Mode)
     const VopFrame& tRef = ptCtx->tRefFrame;
     if (pu8Dst) {
         VopOutput(tRef.pu8Y, tRef.pu8U, tRef.pu8V, pu8Dst, (int32_t)ptCtx->u32LumaStride, (int32_t)ptCtx->u32Width,
-                  (int32_t)ptCtx->u32Height, u32Mode & kModeFieldStacked, u32Mode & kModeDeinterlace);
+                  (int32_t)ptCtx->u32Height, (int32_t)(u32Mode & kModeFieldStacked),
+                  (int32_t)(u32Mode & kModeDeinterlace));
     }
 }
 

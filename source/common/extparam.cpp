@@ -8,7 +8,7 @@
 namespace {
 
 const void* AtAddress(uint32_t u32Address) {
-    return reinterpret_cast<const void*>((uintptr_t)u32Address);
+    return reinterpret_cast<const void*>((uintptr_t)u32Address);  // NOLINT(performance-no-int-to-ptr): 32-bit addresses
 }
 
 uint32_t TypeOf(uint32_t u32Record) {

@@ -6,6 +6,7 @@ int32_t emms_c(int32_t s32Value) {
     return s32Value;
 }
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a variable is named
 #define MP4V_TABLE_ENTRY(Name) decltype(Name) Name = Name##_c
 
 MP4V_TABLE_ENTRY(VopOutput);
