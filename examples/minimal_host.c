@@ -95,17 +95,18 @@ int main(int argc, char** argv) {
     uint8_t *stream, *picture;
     void* decoder = NULL;
     size_t size = 0;
-    unsigned bad;
+    int result = 3;
     if (argc != 3) return fprintf(stderr, "usage: minimal_host LIBRARY STREAM\n"), 2;
     descriptor = FindDecoder(argv[1]);
     stream = ReadFile(argv[2], &size);
     picture = malloc((size_t)params.u32Width * params.u32Height * 3 / 2);
-    if (!descriptor || !stream || !picture) return fprintf(stderr, "%s: cannot be read\n", argv[2]), 3;
+    if (!stream) fprintf(stderr, "%s: cannot be read\n", argv[2]);
     /* The last argument comes back in every call of the memory service; it must not be null. */
-    if (descriptor->ptFuncs->pfOpen(&decoder, &params, picture) != MP4VDEC_OK) return 3;
-    bad = DecodeAll(descriptor->ptFuncs, decoder, stream, size, picture);
-    descriptor->ptFuncs->pfClose(decoder);
+    if (descriptor && stream && picture && descriptor->ptFuncs->pfOpen(&decoder, &params, picture) == MP4VDEC_OK) {
+        result = DecodeAll(descriptor->ptFuncs, decoder, stream, size, picture) ? 1 : 0;
+        descriptor->ptFuncs->pfClose(decoder);
+    }
     free(picture);
     free(stream);
-    return bad ? 1 : 0;
+    return result;
 }

@@ -19,8 +19,9 @@ bool IsLow(const void* start, size_t bytes) {
 }
 
 void* MapAt(uintptr_t hint, size_t bytes, int flags) {
-    void* const start =
-        mmap(reinterpret_cast<void*>(hint), bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | flags, -1, 0);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a place is asked for by its number
+    void* const at = reinterpret_cast<void*>(hint);
+    void* const start = mmap(at, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | flags, -1, 0);
     if (start == MAP_FAILED) return nullptr;
     if (IsLow(start, bytes)) return start;
     munmap(start, bytes);
