@@ -1,12 +1,50 @@
 # SPDX-License-Identifier: BSD-2-Clause
 # Copyright (c) 2026, the mp4vdec authors
-include(GNUInstallDirs)
 
-install(FILES ${PROJECT_SOURCE_DIR}/include/mp4vdec.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(TARGETS mp4vdec_shared mp4vdec_static
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# What is installed, in three components: library, dev and tools.
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+set(MP4VDEC_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/mp4vdec)
+
+# Compresses packaging/NAME without a time in it; sets OUT to the file.
+function(mp4vdec_gzip name out)
+  set(from ${PROJECT_SOURCE_DIR}/packaging/${name})
+  set(to ${PROJECT_BINARY_DIR}/packaging/${name}.gz)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${from})
+  file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/packaging)
+  execute_process(COMMAND gzip -9nc ${from} OUTPUT_FILE ${to} COMMAND_ERROR_IS_FATAL ANY)
+  set(${out} ${to} PARENT_SCOPE)
+endfunction()
+
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT licence)
+install(FILES ${PROJECT_SOURCE_DIR}/include/mp4vdec.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
+
+set_target_properties(mp4vdec_shared PROPERTIES EXPORT_NAME mp4vdec)
+set_target_properties(mp4vdec_static PROPERTIES EXPORT_NAME static)
+install(TARGETS mp4vdec_shared mp4vdec_static EXPORT mp4vdec
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT dev
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+# The host side's headers name each other as host/NAME.h.
+set_target_properties(mp4vdec_host PROPERTIES EXPORT_NAME host_archive)
+set_target_properties(mp4vdec_hosted PROPERTIES EXPORT_NAME host)
+install(TARGETS mp4vdec_host mp4vdec_hosted EXPORT mp4vdec
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${CMAKE_INSTALL_INCLUDEDIR}/mp4vdec)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/host DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mp4vdec COMPONENT dev
+        FILES_MATCHING PATTERN *.h
+        PATTERN bit_cursor.h EXCLUDE
+        PATTERN start_code.h EXCLUDE)
+
+install(EXPORT mp4vdec NAMESPACE mp4vdec:: FILE mp4vdecConfig.cmake DESTINATION ${MP4VDEC_CMAKE_DIR} COMPONENT dev)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/mp4vdecConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/mp4vdecConfigVersion.cmake DESTINATION ${MP4VDEC_CMAKE_DIR} COMPONENT dev)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/mp4vdec.pc.in ${PROJECT_BINARY_DIR}/mp4vdec.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/mp4vdec.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
 if(TARGET mp4vdec_player)
-  install(TARGETS mp4vdec_player RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS mp4vdec_player RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  mp4vdec_gzip(mp4vdec.1 manual)
+  install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 endif()
