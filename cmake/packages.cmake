@@ -2,7 +2,8 @@
 # Copyright (c) 2026, the mp4vdec authors
 
 # Debian packages of the three components, made by cpack; scripts/packages configures for them and checks them. Paths go
-# into the files that are installed, so there are packages only of what is configured for /usr.
+# into the files that are installed, so there are packages only of what is configured for /usr,
+# and only with the player.
 if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr" OR NOT TARGET mp4vdec_player)
   return()
 endif()

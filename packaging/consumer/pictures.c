@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: BSD-2-Clause
  * Copyright (c) 2026, the mp4vdec authors */
 
-/* Decodes standard input to planar 4:2:0 on standard output. It is linked with the decoder, shared or static, and brings
- * the memory service along. Sizes are multiples of 16. */
+/* Decodes standard input to planar 4:2:0 on standard output. It is linked with the decoder, shared or static, and
+ * brings the memory service along. Sizes are multiples of 16. */
 #include <mp4vdec.h>
 #include <stdio.h>
 #include <stdlib.h>
