@@ -2,18 +2,15 @@
  * Copyright (c) 2026, the mp4vdec authors */
 #include "host/status.h"
 
-#include <iomanip>
-#include <sstream>
-
 #include "mp4vdec.h"
 
 namespace mp4v {
 namespace {
 
 std::string Hex(uint32_t value) {
-    std::ostringstream text;
-    text << "0x" << std::hex << std::uppercase << std::setfill('0') << std::setw(8) << value;
-    return text.str();
+    char text[] = "0x00000000";
+    for (size_t i = 9; i >= 2; i--, value >>= 4) text[i] = "0123456789ABCDEF"[value & 15];
+    return text;
 }
 
 }  // namespace
