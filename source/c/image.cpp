@@ -39,9 +39,7 @@ void ExtendPlane(uint8_t* pu8Plane, ptrdiff_t stride, ptrdiff_t width, ptrdiff_t
 }  // namespace
 
 uint32_t VopDecCreate(VopFrame* ptFrame, Mp4vDecCtx* ptCtx) {
-    // The largest sizes are refused for their luma alone: three halves of it would not fit 64 bits.
-    const uint64_t u64Luma = (uint64_t)ptCtx->u32LumaStride * ptCtx->u32PaddedHeight;
-    const uint64_t u64Bytes = u64Luma > UINT32_MAX ? u64Luma : FrameBytes(ptCtx->u32LumaStride, ptCtx->u32PaddedHeight);
+    const uint64_t u64Bytes = FrameBytes(ptCtx->u32LumaStride, ptCtx->u32PaddedHeight);
     void* const pvBase = MemAlloc(ptCtx->pMemCtx, u64Bytes, kTagMemory, kFile, 49);
     if (!pvBase) {
         for (void*& pvFrame : ptCtx->apFrameAllocs) {

@@ -30,10 +30,11 @@ uint32_t Macroblocks(uint32_t u32Samples) {
     return (uint32_t)(((uint64_t)u32Samples + 15) >> 4);
 }
 
-// Samples with the borders. Saturates: no allocation of so much succeeds.
+// Samples with the borders. Saturates where no frame fits 32 bits any more, but its bytes are still counted in 64.
 uint32_t Padded(uint32_t u32Samples) {
+    constexpr uint64_t kTooMany = UINT64_C(1) << 31;
     const uint64_t u64Padded = ((uint64_t)Macroblocks(u32Samples) + 4) * 16;
-    return u64Padded > UINT32_MAX ? UINT32_MAX & ~15u : (uint32_t)u64Padded;
+    return (uint32_t)(u64Padded < kTooMany ? u64Padded : kTooMany);
 }
 
 void* Alloc(const Mp4vDecCtx* ptCtx, uint64_t u64Size, int32_t s32Line) {
