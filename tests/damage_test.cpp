@@ -15,6 +15,7 @@
 #include "common/context.h"
 #include "common/headers.h"
 #include "common/kernels.h"
+#include "support/linked_decoder.h"
 #include "support/test_decoder.h"
 #include "vector_replay.h"
 
@@ -70,14 +71,6 @@ VectorCase Load(const Stream& stream) {
     vector.open_height = kOpenHeight;
     return vector;
 }
-
-void CurrentSize(const void* handle, uint32_t* width, uint32_t* height) {
-    const auto* const ctx = static_cast<const Mp4vDecCtx*>(handle);
-    *width = ctx->u32Width;
-    *height = ctx->u32Height;
-}
-
-const DecoderApi kDecoder = {ptVidDec_MPEG4->ptFuncs, Mp4vPreDecBs, CurrentSize};
 
 // ---- The streams are what they are taken for
 
@@ -187,7 +180,7 @@ struct GoodChunks {
         for (const size_t i : {index, (index + 1) % std::size(kStreams)}) {
             VectorCase fresh = Load(kStreams[i]);
             fresh.chunks.resize(1);
-            const ReplayResult replay = Replay(kDecoder, fresh);
+            const ReplayResult replay = Replay(kLinkedDecoder, fresh);
             chunks.push_back(fresh.chunks[0]);
             records.push_back(Records(replay.lines.back()));
             pictures.push_back(Picture(replay.lines.back()));
@@ -219,7 +212,7 @@ class DamagedStream : public Damage {
   protected:
     void Try(const VectorCase& damaged) {
         runs_++;
-        harm_ = FindHarm(kDecoder, damaged, good_);
+        harm_ = FindHarm(kLinkedDecoder, damaged, good_);
     }
 
     const VectorCase whole_ = Load(GetParam());

@@ -9,7 +9,7 @@
 #include <map>
 #include <ostream>
 
-#include "common/context.h"
+#include "support/linked_decoder.h"
 
 namespace mp4v::test {
 namespace {
@@ -42,14 +42,6 @@ std::map<std::string, std::string> FindDisputed() {
     return disputed;
 }
 
-void CurrentSize(const void* handle, uint32_t* width, uint32_t* height) {
-    const auto* const ctx = static_cast<const Mp4vDecCtx*>(handle);
-    *width = ctx->u32Width;
-    *height = ctx->u32Height;
-}
-
-const DecoderApi kDecoder = {ptVidDec_MPEG4->ptFuncs, Mp4vPreDecBs, CurrentSize};
-
 class VectorReplay : public testing::TestWithParam<std::string> {};
 
 TEST_P(VectorReplay, GivesTheRecordedResults) {
@@ -60,7 +52,7 @@ TEST_P(VectorReplay, GivesTheRecordedResults) {
     const std::vector<std::string> expected = ReadLines(path + ".expect");
     ASSERT_EQ(expected.size(), vector.chunks.size() + 1);
 
-    const ReplayResult result = Replay(kDecoder, vector);
+    const ReplayResult result = Replay(kLinkedDecoder, vector);
     std::string difference = Compare(result, expected);
     const std::map<std::string, std::string> list = FindDisputed();
     if (const auto disputed = list.find(GetParam()); disputed != list.end()) {
@@ -83,9 +75,9 @@ TEST_P(VectorReplay, StaysInsideAPictureOfTheCurrentSize) {
     VectorCase vector;
     std::string error;
     ASSERT_TRUE(ParseCase(ReadFile(kVectors + GetParam() + ".case"), &vector, &error)) << error;
-    const ReplayResult replay = Replay(kDecoder, vector);
+    const ReplayResult replay = Replay(kLinkedDecoder, vector);
     for (const Flush flush : {Flush::kLeft, Flush::kRight}) {
-        const std::vector<std::string> escapes = FindEscapes(kDecoder, vector, replay, flush);
+        const std::vector<std::string> escapes = FindEscapes(kLinkedDecoder, vector, replay, flush);
         EXPECT_TRUE(escapes.empty()) << (flush == Flush::kLeft ? "flush left: " : "flush right: ") << escapes.front();
     }
 }

@@ -21,6 +21,7 @@
 #include "common/kernels.h"
 #include "support/bit_writer.h"
 #include "support/headers_writer.h"
+#include "support/linked_decoder.h"
 #include "support/test_decoder.h"
 #include "vector_replay.h"
 
@@ -132,9 +133,8 @@ struct Measure {
 std::vector<Measure> g_measures;
 
 void Take(const void* handle, uint32_t* width, uint32_t* height) {
+    CurrentSize(handle, width, height);
     const auto* const ctx = static_cast<const Mp4vDecCtx*>(handle);
-    *width = ctx->u32Width;
-    *height = ctx->u32Height;
     const BsReader& bs = ctx->tBs;
     if (bs.pu8BufStart != nullptr) {
         const auto fetched = reinterpret_cast<uintptr_t>(bs.pu32ReadPtr) - reinterpret_cast<uintptr_t>(bs.pu8BufStart);

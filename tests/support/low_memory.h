@@ -5,8 +5,6 @@
 #ifndef MP4VDEC_TESTS_SUPPORT_LOW_MEMORY_H_
 #define MP4VDEC_TESTS_SUPPORT_LOW_MEMORY_H_
 
-#include <sys/mman.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -14,34 +12,22 @@
 #include <cstring>
 #include <vector>
 
+#include "host/low_memory.h"
 #include "mp4vdec.h"
 
 namespace mp4v::test {
 
-// One page, zeroed, handed out piece by piece.
+// Zeroed, handed out piece by piece.
 class LowMemory {
   public:
     LowMemory() {
-        for (uintptr_t hint = 0x10000000; hint < 0xF0000000 && !start_; hint += 0x01000000) {
-            void* const page =
-                mmap(reinterpret_cast<void*>(hint), kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-            if (page == MAP_FAILED) continue;
-            if (reinterpret_cast<uintptr_t>(page) + kBytes <= UINT32_MAX) {
-                start_ = static_cast<uint8_t*>(page);
-            } else {
-                munmap(page, kBytes);
-            }
-        }
-        if (!start_) abort();
+        if (!memory_.data()) abort();
     }
-    ~LowMemory() { munmap(start_, kBytes); }
-    LowMemory(const LowMemory&) = delete;
-    LowMemory& operator=(const LowMemory&) = delete;
 
     static uint32_t Address(const void* at) { return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(at)); }
 
     void* Take(size_t bytes) {
-        void* const at = start_ + used_;
+        void* const at = memory_.data() + used_;
         used_ += (bytes + 15) & ~size_t{15};
         if (used_ > kBytes) abort();
         return at;
@@ -65,7 +51,7 @@ class LowMemory {
 
   private:
     static constexpr size_t kBytes = 4096;
-    uint8_t* start_ = nullptr;
+    mp4v::LowMemory memory_{kBytes};
     size_t used_ = 0;
 };
 
