@@ -40,7 +40,6 @@ if(CMAKE_CROSSCOMPILING)
                   COMMAND_ERROR_IS_FATAL ANY)
 endif()
 
-
 set(about
     "mp4vdec decodes MPEG-4 Part 2 video (ISO/IEC 14496-2): rectangular video up
 to 1920 x 1088, progressive and interlaced, without B-pictures. Whatever the

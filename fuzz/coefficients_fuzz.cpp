@@ -112,7 +112,6 @@ void Run(ByteReader& in) {
     const uint32_t scan = in.U8() % 4;
     const uint32_t start = in.U8() % 72;
     const uint32_t quant = in.U8() % 32;
-    if (in.rest().empty()) return;
     const PaddedChunk chunk = PaddedChunk::WithOwnPadding(in.rest());
     if (chunk.size() == 0) return;
     BsReader reader = chunk.Reader();

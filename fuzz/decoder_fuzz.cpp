@@ -8,7 +8,6 @@
 // second can get one that a single byte would leave; both must say the same. In the end a good picture must come out as
 // from a fresh instance.
 #include <algorithm>
-#include <optional>
 
 #include "fuzz/check.h"
 #include "fuzz/input.h"

@@ -99,7 +99,6 @@ void Run(ByteReader& in) {
     Mp4vDecCtx* const ctx = instance.ctx;
     SetState(ctx, in);
     in.Take(2);
-    if (in.rest().empty()) return;
     const PaddedChunk chunk = PaddedChunk::WithOwnPadding(in.rest());
     if (chunk.size() == 0) return;
     ctx->tBs = chunk.Reader();
