@@ -2,8 +2,8 @@
 # Copyright (c) 2026, the mp4vdec authors
 
 # Toolchain file for Debian's cross compilers: MP4VDEC_TRIPLET=aarch64-linux-gnu and the like. What is built runs under
-# qemu-user with the C library of that architecture (libc6:arm64), not with the compiler's own copy: threads do not start
-# with that one.
+# qemu-user with the C library that comes with the compiler. The loader must not mix it with parts of an installed
+# libc6:arm64, or threads do not start: hence LD_LIBRARY_PATH.
 set(CMAKE_SYSTEM_NAME Linux)
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES MP4VDEC_TRIPLET)
 string(REGEX REPLACE "-.*" "" CMAKE_SYSTEM_PROCESSOR "${MP4VDEC_TRIPLET}")
@@ -13,4 +13,5 @@ set(CMAKE_CXX_COMPILER ${MP4VDEC_TRIPLET}-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE ${MP4VDEC_TRIPLET})
 set(CMAKE_FIND_ROOT_PATH /usr/${MP4VDEC_TRIPLET} /)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${CMAKE_SYSTEM_PROCESSOR}-static)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${CMAKE_SYSTEM_PROCESSOR}-static -L /usr/${MP4VDEC_TRIPLET}
+                                  -E LD_LIBRARY_PATH=/usr/${MP4VDEC_TRIPLET}/lib)

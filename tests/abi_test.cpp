@@ -69,6 +69,9 @@ class ElfFile {
     void ReadSymbols(const ElfW(Shdr) & section, const char* strings) {
         const auto* symbol = At<ElfW(Sym)>(section.sh_offset);
         for (size_t i = 1; i < section.sh_size / sizeof(ElfW(Sym)); i++) {
+            if (ELF64_ST_TYPE(symbol[i].st_info) == STT_SECTION) {
+                continue;  // some linkers list them, without a name
+            }
             symbols_[strings + symbol[i].st_name] = {static_cast<unsigned char>(ELF64_ST_TYPE(symbol[i].st_info)),
                                                      static_cast<unsigned char>(ELF64_ST_BIND(symbol[i].st_info)),
                                                      static_cast<size_t>(symbol[i].st_size),
