@@ -39,10 +39,12 @@ MP4V_VEC void FilterEightRows16(uint8_t* __restrict pu8Dst, const uint8_t* __res
                                 ptrdiff_t srcPitch, Vec8 vBias, Bytes16 vDown) {
     Vec8 avPairs[8];  // of columns
     Vec8 av[16 + 7];  // av[3] is column 0; three mirrored columns at each end
+    Vec8 vLast = {};
     for (int y = 0; y < 8; y++) {
         avPairs[y] = (Vec8)LoadBytes16(pu8Src + y * srcPitch);
-        av[19][y] = pu8Src[16 + y * srcPitch];
+        vLast[y] = pu8Src[16 + y * srcPitch];
     }
+    av[19] = vLast;
     Transpose8x8(avPairs);
     for (int i = 0; i < 2; i++) {
         av[3 + 2 * i] = EvenBytes((Bytes16)avPairs[i]);
