@@ -69,6 +69,48 @@ static_assert(offsetof(VidDecDescriptor, u32CodecId) == 0);
 static_assert(offsetof(VidDecDescriptor, ptFuncs) == 8);
 static_assert(offsetof(VidDecDescriptor, ps8Name) == 16);
 static_assert(sizeof(VidDecDescriptor) == 24);
+#elif defined(__arm__)
+static_assert(offsetof(Mp4vDecOpenParams, au32Reserved) == 0);
+static_assert(offsetof(Mp4vDecOpenParams, u32Width) == 8);
+static_assert(offsetof(Mp4vDecOpenParams, u32Height) == 12);
+static_assert(offsetof(Mp4vDecOpenParams, u32ExtParam) == 16);
+static_assert(sizeof(Mp4vDecOpenParams) == 20);
+
+static_assert(offsetof(Mp4vDecInArgs, pu8Buf) == 0);
+static_assert(offsetof(Mp4vDecInArgs, u32BufLen) == 4);
+static_assert(offsetof(Mp4vDecInArgs, u64TimeStamp) == 8);
+static_assert(offsetof(Mp4vDecInArgs, u8EndOfStream) == 16);
+static_assert(offsetof(Mp4vDecInArgs, u32CtrlFlags) == 20);
+static_assert(sizeof(Mp4vDecInArgs) == 24);
+
+static_assert(offsetof(Mp4vDecOutArgs, pu8Dst) == 0);
+static_assert(offsetof(Mp4vDecOutArgs, u32Width) == 4);
+static_assert(offsetof(Mp4vDecOutArgs, u32Height) == 8);
+static_assert(offsetof(Mp4vDecOutArgs, u32PicType) == 12);
+static_assert(offsetof(Mp4vDecOutArgs, u32FrameReady) == 16);
+static_assert(offsetof(Mp4vDecOutArgs, au32Reserved) == 20);
+static_assert(offsetof(Mp4vDecOutArgs, u64TimeStamp) == 32);
+static_assert(offsetof(Mp4vDecOutArgs, u8EndOfStream) == 40);
+static_assert(sizeof(Mp4vDecOutArgs) == 48);
+
+static_assert(offsetof(Mp4vDecStatus, u32CodecId) == 0);
+static_assert(offsetof(Mp4vDecStatus, u32OpenWidth) == 8);
+static_assert(offsetof(Mp4vDecStatus, u32OpenHeight) == 12);
+static_assert(sizeof(Mp4vDecStatus) == 16);
+
+static_assert(offsetof(Mp4vDecExtList, u32Magic) == 0);
+static_assert(offsetof(Mp4vDecExtList, s32Count) == 4);
+static_assert(offsetof(Mp4vDecExtList, pu32Records) == 8);
+static_assert(sizeof(Mp4vDecExtList) == 12);
+
+static_assert(offsetof(VidDecFuncs, pfOpen) == 0);
+static_assert(offsetof(VidDecFuncs, pfGetMemSize) == 32);
+static_assert(sizeof(VidDecFuncs) == 36);
+
+static_assert(offsetof(VidDecDescriptor, u32CodecId) == 0);
+static_assert(offsetof(VidDecDescriptor, ptFuncs) == 4);
+static_assert(offsetof(VidDecDescriptor, ps8Name) == 8);
+static_assert(sizeof(VidDecDescriptor) == 12);
 #endif
 
 struct StatusCode {
