@@ -8,6 +8,8 @@ jobs=$(nproc)
 build_packages=(g++ cmake ninja-build libcli11-dev libmd-dev libpng-dev libboost-dev)
 test_packages=(clang clang-format libclang-rt-14-dev llvm libgtest-dev libbenchmark-dev)
 coverage_packages=(gcovr)
+emulation_packages=(qemu-user-static googletest)
+arm64_packages=(libmd-dev:arm64 libpng-dev:arm64 libbenchmark-dev:arm64)
 
 say() { printf '== %s\n' "$*" >&2; }
 
@@ -16,9 +18,10 @@ die() {
     exit 2
 }
 
-# need PACKAGE...: installs what is missing when it may, else says what is missing
+# need PACKAGE...: installs what is missing when it may, else says what is missing. NAME:ARCH is for another architecture.
 need() {
     local missing=() package
+    local -A foreign=()
     if ! command -v dpkg-query >/dev/null; then
         say "not a Debian system: assuming that these are there: $*"
         return
@@ -26,16 +29,22 @@ need() {
     for package in "$@"; do
         if ! dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed; then
             missing+=("$package")
+            [ "${package%:*}" = "$package" ] || foreign[${package#*:}]=1
         fi
     done
     [ ${#missing[@]} -gt 0 ] || return 0
     if [ "$(id -u)" -ne 0 ]; then
+        [ ${#foreign[@]} -eq 0 ] || say "for another architecture: dpkg --add-architecture ${!foreign[*]} && apt-get update"
         die "Please install first: apt-get install ${missing[*]}"
     fi
     say "installing ${missing[*]}"
     export DEBIAN_FRONTEND=noninteractive
-    apt-get install -y --no-install-recommends "${missing[@]}" >/dev/null 2>&1 ||
-        { apt-get update -qq && apt-get install -y --no-install-recommends "${missing[@]}" >/dev/null; } ||
+    for package in "${!foreign[@]}"; do
+        dpkg --add-architecture "$package"
+    done
+    local install=(apt-get install -o Acquire::Retries=3 -y --no-install-recommends "${missing[@]}")
+    # A mirror that is being renewed may fail the update and yet have all that is wanted.
+    "${install[@]}" >/dev/null 2>&1 || { apt-get update -qq -o Acquire::Retries=3 || true; "${install[@]}" >/dev/null; } ||
         die "These packages could not be installed: ${missing[*]}"
 }
 
