@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "c/copy_rows.h"
 #include "common/kernels.h"
 #include "support/sample_block.h"
 
@@ -191,6 +192,41 @@ TEST(Mc16to8, StaysInsideTheBlock) {
         EXPECT_EQ(77, dst.data()[7 * pitch + 7]);
         McAdd16to8(dst.data(), reinterpret_cast<const int16_t*>(block.data()), pitch);
         EXPECT_EQ(154, dst.data()[7 * pitch + 7]);
+    }
+}
+
+// Three planes of noise: two macroblocks more to the left and three rows more above than the macroblocks take.
+struct MbPlanes {
+    size_t count;
+    GuardedBytes y, u, v;
+
+    MbPlanes(size_t macroblocks, unsigned seed)
+        : count(macroblocks), y(Pitch(16) * 19), u(Pitch(8) * 11), v(Pitch(8) * 11) {
+        std::mt19937 rng(seed);
+        Fill(y.data(), Pitch(16) * 19, kAnyByte, rng);
+        Fill(u.data(), Pitch(8) * 11, kAnyByte, rng);
+        Fill(v.data(), Pitch(8) * 11, kAnyByte, rng);
+    }
+    size_t Pitch(size_t size) const { return size * (count + 2); }
+    // The macroblocks end where the planes do.
+    MbAddress Start() const { return {At(y, 16), At(u, 8), At(v, 8)}; }
+    uint8_t* At(const GuardedBytes& plane, size_t size) const { return plane.data() + 3 * Pitch(size) + 2 * size; }
+};
+
+TEST(CopyMbs, CopiesExactlyItsMacroblocks) {
+    for (size_t count = 0; count <= 17; count++) {
+        SCOPED_TRACE(count);
+        const MbPlanes src(count, 1), dst(count + 3, 2), want(count + 3, 2);
+        const auto copy = [count](uint8_t* to, size_t to_pitch, const uint8_t* from, size_t from_pitch, size_t size) {
+            for (size_t y = 0; y < size; y++) std::copy_n(from + y * from_pitch, size * count, to + y * to_pitch);
+        };
+        copy(want.Start().pu8Y, want.Pitch(16), src.Start().pu8Y, src.Pitch(16), 16);
+        copy(want.Start().pu8U, want.Pitch(8), src.Start().pu8U, src.Pitch(8), 8);
+        copy(want.Start().pu8V, want.Pitch(8), src.Start().pu8V, src.Pitch(8), 8);
+        CopyMbs(src.Start(), ptrdiff_t(src.Pitch(16)), dst.Start(), ptrdiff_t(dst.Pitch(16)), count);
+        EXPECT_TRUE(std::equal(want.y.data(), want.y.data() + 19 * want.Pitch(16), dst.y.data()));
+        EXPECT_TRUE(std::equal(want.u.data(), want.u.data() + 11 * want.Pitch(8), dst.u.data()));
+        EXPECT_TRUE(std::equal(want.v.data(), want.v.data() + 11 * want.Pitch(8), dst.v.data()));
     }
 }
 

@@ -100,6 +100,53 @@ TEST_F(PVop, NotCodedMacroblocksAreCopiedByTheKernels) {
     EXPECT_EQ(g_copies[2], "8 64");
 }
 
+void CopyElsewhere(uint8_t* dst, const uint8_t* src, int32_t pitch) {
+    MP4DecMemCopy16x16_c(dst, src, pitch);
+}
+
+// Runs of not-coded macroblocks, over the ends of words and rows, between others and between quantisers that want
+// deblocking: with another kernel they are decoded one by one.
+TEST(PVopNotCoded, IsTheSameInRunsAndOneByOne) {
+    for (unsigned seed = 0; seed < 60; seed++) {
+        SCOPED_TRACE(seed);
+        const uint32_t width = 16 * (1 + seed % 40);
+        struct Run {
+            Instance decoder;
+            std::vector<uint8_t> output;
+        };
+        Run runs[2] = {{Instance(width, 64), {}}, {Instance(width, 64), {}}};
+        for (Run& run : runs) {
+            std::mt19937 rng(seed);
+            Mp4vDecCtx& ctx = *run.decoder;
+            run.decoder.Randomise(ctx.tCurFrame, rng);
+            run.decoder.Randomise(ctx.tRefFrame, rng);
+            for (size_t i = 0; i < run.decoder.mb_record_count(); i++) {
+                memset(run.decoder.mb_records()[i].as16AcDcPred, 0x44, sizeof(MbInfo::as16AcDcPred));
+                run.decoder.mb_records()[i].u8Qp = uint8_t(rng() % 16 == 0 && seed % 2 ? 31 : 5);
+            }
+            ctx.u32PostProcOn = seed % 5 != 0;
+            ctx.s32DeblockQpThr = 30;
+            ctx.tBs.u32BsError = 0;
+            BitWriter bits;
+            for (uint32_t n = 0; n < width / 4; n++)
+                rng() % 32 < seed % 4 ? PutInter(bits, int(rng() % 9), int(rng() % 9)) : PutNotCoded(bits);
+            if (seed % 7 == 0) bits = BitWriter().Bits(std::string(size_t{width / 7}, '1'));  // and nothing more
+            run.decoder.SetStream(bits);
+            if (seed % 11 == 0) ctx.tBs.u32BsError = ERR_VID_MPEG4DEC_BITSTREAM;
+            run.output.assign(size_t{width} * 96, uint8_t{0xA5});
+            Replace<Mp4vMemCopyBlock*> copy16(MemCopy16x16, &run == runs ? MP4DecMemCopy16x16_c : CopyElsewhere);
+            const uint32_t status = PVopDecode(&ctx, run.output.data(), 0);
+            EXPECT_EQ(status == MP4VDEC_OK, seed % 7 != 0 && seed % 11 != 0);
+        }
+        EXPECT_EQ(runs[0].output, runs[1].output);
+        EXPECT_EQ(runs[0].decoder.MbRecordBytes(), runs[1].decoder.MbRecordBytes());
+        EXPECT_EQ(runs[0].decoder.Consumed(), runs[1].decoder.Consumed());
+        EXPECT_EQ(runs[0].decoder->tBs.u32BsError, runs[1].decoder->tBs.u32BsError);
+        EXPECT_EQ(runs[0].decoder.Snapshot(runs[0].decoder->tCurFrame),
+                  runs[1].decoder.Snapshot(runs[1].decoder->tCurFrame));
+    }
+}
+
 TEST_F(PVop, ExtendsTheReferencesBordersFirst) {
     BitWriter bits;
     PutInter(bits, -32, -32);  // 16 samples up and left

@@ -34,6 +34,46 @@ void MemCopyStride8x4_c(const uint8_t* pu8Src, int32_t s32SrcPitch, uint8_t* pu8
     CopyRows<8, 4>(pu8Src, s32SrcPitch, pu8Dst, s32DstPitch);
 }
 
+namespace {
+
+template <int kColumns, int kRows>
+MP4V_VEC void CopyTile(const uint8_t* __restrict pu8Src, ptrdiff_t srcPitch, uint8_t* __restrict pu8Dst,
+                       ptrdiff_t dstPitch) {
+#pragma GCC unroll 4
+    for (int y = 0; y < kRows; y++) {
+        Bytes16 av[kColumns / 16];
+        for (int i = 0; i < kColumns / 16; i++) av[i] = LoadBytes16(pu8Src + 16 * i);
+        for (int i = 0; i < kColumns / 16; i++) StoreBytes16(pu8Dst + 16 * i, av[i]);
+        pu8Src += srcPitch;
+        pu8Dst += dstPitch;
+    }
+}
+
+// columns: a multiple of 8.
+template <int kRows>
+__attribute__((noinline)) void CopyStrip(const uint8_t* pu8Src, ptrdiff_t srcPitch, uint8_t* pu8Dst, ptrdiff_t dstPitch,
+                                         size_t columns) {
+    size_t x = 0;
+    for (; x + 64 <= columns; x += 64) CopyTile<64, kRows>(pu8Src + x, srcPitch, pu8Dst + x, dstPitch);
+    if (columns & 32) {
+        CopyTile<32, kRows>(pu8Src + x, srcPitch, pu8Dst + x, dstPitch);
+        x += 32;
+    }
+    if (columns & 16) {
+        CopyRows<16, kRows>(pu8Src + x, srcPitch, pu8Dst + x, dstPitch);
+        x += 16;
+    }
+    if (columns & 8) CopyRows<8, kRows>(pu8Src + x, srcPitch, pu8Dst + x, dstPitch);
+}
+
+}  // namespace
+
+void CopyMbs(const MbAddress& tSrc, ptrdiff_t srcPitch, const MbAddress& tDst, ptrdiff_t dstPitch, size_t count) {
+    CopyStrip<16>(tSrc.pu8Y, srcPitch, tDst.pu8Y, dstPitch, 16 * count);
+    CopyStrip<8>(tSrc.pu8U, srcPitch / 2, tDst.pu8U, dstPitch / 2, 8 * count);
+    CopyStrip<8>(tSrc.pu8V, srcPitch / 2, tDst.pu8V, dstPitch / 2, 8 * count);
+}
+
 void MP4DecMemSet_c(void* pvDst, uint32_t u32Value, uint32_t u32Bytes) {
     memset(pvDst, (int)(u32Value & 255), u32Bytes);
 }

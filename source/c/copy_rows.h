@@ -22,4 +22,12 @@ MP4V_VEC void CopyRows(const uint8_t* pu8Src, ptrdiff_t srcPitch, uint8_t* pu8Ds
     }
 }
 
+// Where a macroblock, or the first one of several, lies in a picture.
+struct MbAddress {
+    uint8_t *pu8Y, *pu8U, *pu8V;
+};
+
+// Macroblocks side by side. Luma pitches, chroma half of them; the rows of the destination do not overlap.
+void CopyMbs(const MbAddress& tSrc, ptrdiff_t srcPitch, const MbAddress& tDst, ptrdiff_t dstPitch, size_t count);
+
 #endif  // MP4VDEC_SOURCE_C_COPY_ROWS_H_

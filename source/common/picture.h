@@ -5,26 +5,33 @@
 #ifndef MP4VDEC_SOURCE_COMMON_PICTURE_H_
 #define MP4VDEC_SOURCE_COMMON_PICTURE_H_
 
+#include "c/copy_rows.h"
+#include "common/bsreader.h"
 #include "common/context.h"
-#include "common/postproc.h"
+
+// A macroblock of a frame or picture. Stride: from one luma row to the next.
+static inline MbAddress MbAt(const VopFrame& tFrame, size_t stride, uint32_t u32Column, uint32_t u32Row) {
+    const size_t luma = 16 * (u32Row * stride + u32Column);
+    const size_t chroma = 8 * (u32Row * (stride / 2) + u32Column);
+    return {tFrame.pu8Y + luma, tFrame.pu8U + chroma, tFrame.pu8V + chroma};
+}
 
 // Points the macroblock scratch at the record of a row's first macroblock and its place in the current frame.
 static inline void StartMbRow(Mp4vDecCtx* ptCtx, uint32_t u32Row) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
-    const size_t stride = ptCtx->u32LumaStride;
-    const size_t chroma = 8 * u32Row * (stride / 2);
+    const MbAddress t = MbAt(ptCtx->tCurFrame, ptCtx->u32LumaStride, 0, u32Row);
     tMb.ptCurMbInfo = ptCtx->ptMbInfo + (size_t)u32Row * (ptCtx->u32MbWidth + 1);
-    tMb.pu8DstY = ptCtx->tCurFrame.pu8Y + 16 * u32Row * stride;
-    tMb.pu8DstU = ptCtx->tCurFrame.pu8U + chroma;
-    tMb.pu8DstV = ptCtx->tCurFrame.pu8V + chroma;
+    tMb.pu8DstY = t.pu8Y;
+    tMb.pu8DstU = t.pu8U;
+    tMb.pu8DstV = t.pu8V;
 }
 
-// The same for the macroblock to the right of the current one.
-static inline void NextMb(Mp4vMbScratch* ptMb) {
-    ptMb->ptCurMbInfo++;
-    ptMb->pu8DstY += 16;
-    ptMb->pu8DstU += 8;
-    ptMb->pu8DstV += 8;
+// The same for a macroblock to the right of the current one.
+static inline void NextMb(Mp4vMbScratch* ptMb, size_t columns = 1) {
+    ptMb->ptCurMbInfo += columns;
+    ptMb->pu8DstY += 16 * columns;
+    ptMb->pu8DstU += 8 * columns;
+    ptMb->pu8DstV += 8 * columns;
 }
 
 // How the blocks of the current macroblock lie in the current frame. Field DCT: the upper luma blocks hold the lines of
@@ -51,14 +58,25 @@ static inline BlockTarget TargetOf(const Mp4vMbScratch& tMb, const BlockLayout& 
     return {tMb.pu8DstY + 8 * (u32Block & 1) + (ptrdiff_t)(u32Block >> 1) * t.s32RowOffset, t.s32LumaPitch};
 }
 
-// Hands the finished macroblock to post-processing when this picture is output. *pu32Flags carries its changes on.
-static inline void OutputMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, uint8_t* pu8Out,
-                            uint32_t* pu32Flags) {
-    if (!ptCtx->u32PostProcOn) return;
-    const bool bDeblock = ptCtx->tMb.ptCurMbInfo->u8Qp > ptCtx->s32DeblockQpThr;
-    *pu32Flags = (*pu32Flags & ~(uint32_t)kPostDeblock) | (bDeblock ? kPostDeblock : 0u);
-    const size_t luma = (size_t)ptCtx->u32Width * ptCtx->u32Height;  // times 5, it may not fit 32 bits
-    PostProcess_MB(ptCtx, u32Column, u32Row, pu8Out, pu8Out + luma, pu8Out + luma * 5 / 4, *pu32Flags);
-}
+// Hands the finished macroblocks of a picture to post-processing, when it is output. Those that are only copied wait
+// for each other, until the row ends or one comes that is not.
+struct PictureOutput {
+    Mp4vDecCtx* ptCtx;
+    uint8_t* pu8Out;
+    uint32_t u32Flags;  // for PostProcess_MB
+    uint32_t u32Row;
+    uint32_t u32First;     // the macroblocks from this one on wait
+    int32_t s32WaitingQp;  // with quantisers up to this
+
+    void StartRow(uint32_t u32NewRow);
+    // Outputs what waits, which ends before this column. What is in the column itself is not output.
+    void Flush(uint32_t u32Column);
+    MP4V_INLINE bool MayWait(const MbInfo& tInfo) const { return tInfo.u8Qp <= s32WaitingQp; }
+    // The current macroblock is finished.
+    MP4V_INLINE void Add(uint32_t u32Column) {
+        if (MP4V_UNLIKELY(!MayWait(*ptCtx->tMb.ptCurMbInfo))) AddAlone(u32Column);
+    }
+    void AddAlone(uint32_t u32Column);
+};
 
 #endif  // MP4VDEC_SOURCE_COMMON_PICTURE_H_

@@ -5,7 +5,6 @@
 
 #include <string.h>
 
-#include "c/copy_rows.h"
 #include "c/image.h"
 #include "c/recon.h"
 #include "common/block.h"
@@ -71,53 +70,30 @@ void AddResidual(Mp4vDecCtx* ptCtx) {
 }
 
 // Motion zero of all three planes.
-MP4V_INLINE void CopyFromReference(const Mp4vDecCtx* ptCtx) {
+void CopyFromReference(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
     const Mp4vMbScratch& tMb = ptCtx->tMb;
     const int32_t s32Stride = (int32_t)ptCtx->u32LumaStride;
-    const uint8_t* const pu8Y = ptCtx->tRefFrame.pu8Y + (tMb.pu8DstY - ptCtx->tCurFrame.pu8Y);
-    const uint8_t* const pu8U = ptCtx->tRefFrame.pu8U + (tMb.pu8DstU - ptCtx->tCurFrame.pu8U);
-    const uint8_t* const pu8V = ptCtx->tRefFrame.pu8V + (tMb.pu8DstV - ptCtx->tCurFrame.pu8V);
-    if (MP4V_LIKELY(MemCopy16x16 == MP4DecMemCopy16x16_c)) {
-        CopyRows<16, 16>(pu8Y, s32Stride, tMb.pu8DstY, s32Stride);
-    } else {
-        MemCopy16x16(tMb.pu8DstY, pu8Y, s32Stride);
-    }
-    if (MP4V_LIKELY(MemCopy8x8 == MP4DecMemCopy8x8_c)) {
-        CopyRows<8, 8>(pu8U, s32Stride / 2, tMb.pu8DstU, s32Stride / 2);
-        CopyRows<8, 8>(pu8V, s32Stride / 2, tMb.pu8DstV, s32Stride / 2);
-    } else {
-        MemCopy8x8(tMb.pu8DstU, pu8U, s32Stride / 2);
-        MemCopy8x8(tMb.pu8DstV, pu8V, s32Stride / 2);
-    }
-}
-
-// Consumes a set not_coded bit that is not the last of its word; others are left to DecMBInfo.
-MP4V_INLINE bool SkipNotCoded(BsReader* ptBs) {
-    if (ptBs->u32BitPos == 31 || (ptBs->u32CurWord << ptBs->u32BitPos) >> 31 == 0) return false;
-    ptBs->u32BitPos++;
-    return true;
-}
-
-MP4V_INLINE uint32_t DecHeader(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
-    if (!SkipNotCoded(&ptCtx->tBs)) return DecMBInfo(ptCtx, &ptCtx->tMb, u32Column, u32Row);
-    SetNotCoded(ptCtx->tMb.ptCurMbInfo);
-    return kMbHeaderDecoded;
+    const MbAddress t = MbAt(ptCtx->tRefFrame, ptCtx->u32LumaStride, u32Column, u32Row);
+    MemCopy16x16(tMb.pu8DstY, t.pu8Y, s32Stride);
+    MemCopy8x8(tMb.pu8DstU, t.pu8U, s32Stride / 2);
+    MemCopy8x8(tMb.pu8DstV, t.pu8V, s32Stride / 2);
 }
 
 // Half of the predictors only, those of blocks 0 to 2: what prediction finds depends on it.
+constexpr uint32_t kClearedPredictors = sizeof(MbInfo::as16AcDcPred) / 2;
+
 MP4V_INLINE void ClearPredictors(MbInfo* ptInfo) {
-    constexpr uint32_t kBytes = sizeof ptInfo->as16AcDcPred / 2;
     if (MP4V_LIKELY(MemSet == MP4DecMemSet_c)) {
-        memset(ptInfo->as16AcDcPred, 0, kBytes);
+        memset(ptInfo->as16AcDcPred, 0, kClearedPredictors);
     } else {
-        MemSet(ptInfo->as16AcDcPred, 0, kBytes);
+        MemSet(ptInfo->as16AcDcPred, 0, kClearedPredictors);
     }
 }
 
 void ReconstructMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
     const MbInfo* const ptInfo = ptCtx->tMb.ptCurMbInfo;
     if (ptInfo->u8MbType == MB_NOT_CODED) {
-        CopyFromReference(ptCtx);
+        CopyFromReference(ptCtx, u32Column, u32Row);
     } else if (IsIntra(ptInfo->u8MbType)) {
         DecIntraMB(ptCtx, ptCtx->tMb.as16Coef, u32Column, u32Row);
         ReconIntraMB(ptCtx, u32Column, u32Row);
@@ -127,24 +103,68 @@ void ReconstructMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
     }
 }
 
+// Whether macroblocks with not_coded may be decoded several at a time. An error from before ends the picture behind its
+// first one.
+bool CanDecNotCoded(const BsReader& tBs) {
+    return !tBs.u32BsError && MemCopy16x16 == MP4DecMemCopy16x16_c && MemCopy8x8 == MP4DecMemCopy8x8_c &&
+           MemSet == MP4DecMemSet_c;
+}
+
+// How many macroblocks from the current one on have not_coded set, by bits that are not the last of their word.
+MP4V_INLINE uint32_t CountNotCoded(const BsReader& tBs) {
+    return (uint32_t)__builtin_clz(~(tBs.u32CurWord << tBs.u32BitPos) | 1u << tBs.u32BitPos);
+}
+
+// Decodes such macroblocks, up to the end of the row or one that is not just copied to the output. Returns how many.
+MP4V_INLINE uint32_t DecNotCoded(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, const PictureOutput& tOutput) {
+    Mp4vMbScratch& tMb = ptCtx->tMb;
+    const uint32_t u32Coming = CountNotCoded(ptCtx->tBs);
+    const uint32_t u32Left = ptCtx->u32MbWidth - u32Column;
+    const uint32_t u32Most = u32Coming < u32Left ? u32Coming : u32Left;
+    uint32_t u32Count = 0;
+    for (MbInfo* ptInfo = tMb.ptCurMbInfo; u32Count < u32Most && tOutput.MayWait(*ptInfo); u32Count++, ptInfo++) {
+        SetNotCoded(ptInfo);
+        memset(ptInfo->as16AcDcPred, 0, kClearedPredictors);
+    }
+    if (u32Count) {
+        const size_t stride = ptCtx->u32LumaStride;
+        CopyMbs(MbAt(ptCtx->tRefFrame, stride, u32Column, u32Row), (ptrdiff_t)stride,
+                MbAt(ptCtx->tCurFrame, stride, u32Column, u32Row), (ptrdiff_t)stride, u32Count);
+        ptCtx->tBs.u32BitPos += u32Count;
+        NextMb(&tMb, u32Count);
+    }
+    return u32Count;
+}
+
 }  // namespace
 
 uint32_t PVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags) {
     VopEdgeExpand(ptCtx, &ptCtx->tRefFrame);
     ptCtx->u32RunningQp = ptCtx->u32VopQuant;
+    PictureOutput tOutput = {ptCtx, pu8Out, u32Flags, 0, 0, 0};
     for (uint32_t u32Row = 0; u32Row < ptCtx->u32MbHeight; u32Row++) {
         StartMbRow(ptCtx, u32Row);
+        tOutput.StartRow(u32Row);
+        const bool bSeveral = CanDecNotCoded(ptCtx->tBs);
         for (uint32_t u32Column = 0; u32Column < ptCtx->u32MbWidth; u32Column++, NextMb(&ptCtx->tMb)) {
+            if (bSeveral) u32Column += DecNotCoded(ptCtx, u32Column, u32Row, tOutput);
+            if (u32Column == ptCtx->u32MbWidth) break;
             MbInfo* const ptInfo = ptCtx->tMb.ptCurMbInfo;
-            const uint32_t u32Header = DecHeader(ptCtx, u32Column, u32Row);
-            if (u32Header == kMbHeaderInvalid) return ptCtx->tBs.u32BsError = ERR_VID_MPEG4DEC_COEFF;
+            const uint32_t u32Header = DecMBInfo(ptCtx, &ptCtx->tMb, u32Column, u32Row);
             if (u32Header == kMbHeaderDecoded) {
                 ReconstructMb(ptCtx, u32Column, u32Row);
                 if (!IsIntra(ptInfo->u8MbType)) ClearPredictors(ptInfo);
-                OutputMb(ptCtx, u32Column, u32Row, pu8Out, &u32Flags);
+                tOutput.Add(u32Column);
+            } else {
+                tOutput.Flush(u32Column);
+                if (u32Header == kMbHeaderInvalid) ptCtx->tBs.u32BsError = ERR_VID_MPEG4DEC_COEFF;
             }
-            if (ptCtx->tBs.u32BsError) return ptCtx->tBs.u32BsError;
+            if (ptCtx->tBs.u32BsError) {
+                tOutput.Flush(u32Column + 1);
+                return ptCtx->tBs.u32BsError;
+            }
         }
+        tOutput.Flush(ptCtx->u32MbWidth);
     }
     return MP4VDEC_OK;
 }
