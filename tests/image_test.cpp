@@ -330,6 +330,31 @@ TEST_F(Borders, AreWrittenThroughTheKernelVariables) {
     EXPECT_TRUE(all(g_chroma_copies, 56));
 }
 
+TEST_F(Borders, AreWrittenThroughASingleOtherKernel) {
+    const auto check = [this](const std::vector<KernelCall>& calls, size_t count) {
+        const std::vector<uint8_t> before(Allocation().begin(), Allocation().end());
+        VopEdgeExpand(&ctx, &ctx.tRefFrame);
+        ExpectExtended(before);
+        EXPECT_EQ(calls.size(), count);
+    };
+    Create(48, 32, 6);
+    for (auto* calls : {&g_luma_sets, &g_chroma_sets, &g_luma_copies, &g_chroma_copies}) calls->clear();
+    {
+        const Redirect luma_set(MemSetAlign16, &RecordLumaSet);
+        check(g_luma_sets, 64);
+    }
+    {
+        const Redirect chroma_set(MemSet16, &RecordChromaSet);
+        check(g_chroma_sets, 64);
+    }
+    {
+        const Redirect luma_copy(MemCopyAlign16, &RecordLumaCopy);
+        check(g_luma_copies, 64);
+    }
+    const Redirect chroma_copy(MemCopy8, &RecordChromaCopy);
+    check(g_chroma_copies, 64);
+}
+
 // ---- When borders are extended
 
 int g_expansions;

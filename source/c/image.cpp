@@ -5,6 +5,7 @@
 
 #include <string.h>
 
+#include "c/vec.h"
 #include "common/kernels.h"
 
 namespace {
@@ -19,21 +20,70 @@ void LayPlanes(VopFrame* ptFrame, size_t stride, size_t height) {
     ptFrame->pu8V = ptFrame->pu8U + chroma_stride * (height / 2);
 }
 
+struct Plane {
+    uint8_t* pu8;  // first sample inside the border
+    ptrdiff_t stride, width, height;
+};
+
 // The sides go first: the rows copied up and down then carry the corners.
-void ExtendPlane(uint8_t* pu8Plane, ptrdiff_t stride, ptrdiff_t width, ptrdiff_t height, uint32_t u32Border,
-                 Mp4vMemSet* const& pfSet, Mp4vMemCopy* const& pfCopy) {
+void ExtendPlane(const Plane& t, uint32_t u32Border, Mp4vMemSet* const& pfSet, Mp4vMemCopy* const& pfCopy) {
     const ptrdiff_t border = (ptrdiff_t)u32Border;
-    for (ptrdiff_t y = 0; y < height; y++) {
-        uint8_t* const pu8Row = pu8Plane + y * stride;
+    for (ptrdiff_t y = 0; y < t.height; y++) {
+        uint8_t* const pu8Row = t.pu8 + y * t.stride;
         pfSet(pu8Row - border, pu8Row[0], u32Border);
-        pfSet(pu8Row + width, pu8Row[width - 1], u32Border);
+        pfSet(pu8Row + t.width, pu8Row[t.width - 1], u32Border);
     }
-    const uint8_t* const pu8First = pu8Plane - border;
-    const uint8_t* const pu8Last = pu8First + (height - 1) * stride;
+    uint8_t* const pu8First = t.pu8 - border;
+    uint8_t* const pu8Last = pu8First + (t.height - 1) * t.stride;
     for (ptrdiff_t y = 1; y <= border; y++) {
-        pfCopy(pu8Plane - border - y * stride, pu8First, (uint32_t)stride);
-        pfCopy(pu8Plane - border + (height - 1 + y) * stride, pu8Last, (uint32_t)stride);
+        pfCopy(pu8First - y * t.stride, pu8First, (uint32_t)t.stride);
+        pfCopy(pu8Last + y * t.stride, pu8Last, (uint32_t)t.stride);
     }
+}
+
+// ---- The same with the portable kernels
+
+template <int kColumns>
+MP4V_VEC void RepeatColumns(uint8_t* pu8Row, ptrdiff_t stride, int rows) {
+    Bytes16 av[(kColumns + 8) / 16];
+    for (int i = 0; i < kColumns / 16; i++) av[i] = LoadBytes16(pu8Row + 16 * i);
+    if (kColumns == 8) av[0] = LoadBytes8(pu8Row);
+#pragma GCC unroll 4
+    for (int y = 0; y < rows; y++) {
+        pu8Row += stride;
+        for (int i = 0; i < kColumns / 16; i++) StoreBytes16(pu8Row + 16 * i, av[i]);
+        if (kColumns == 8) StoreBytes8(pu8Row, av[0]);
+    }
+}
+
+// Copies a row, a multiple of 8 samples, to rows at a stride from it.
+template <int kRows>
+__attribute__((noinline)) void RepeatRow(uint8_t* pu8Row, ptrdiff_t columns, ptrdiff_t stride) {
+    for (; columns >= 64; columns -= 64) {
+        RepeatColumns<64>(pu8Row, stride, kRows);
+        pu8Row += 64;
+    }
+    for (; columns >= 16; columns -= 16) {
+        RepeatColumns<16>(pu8Row, stride, kRows);
+        pu8Row += 16;
+    }
+    if (columns >= 8) RepeatColumns<8>(pu8Row, stride, kRows);
+}
+
+template <int kBorder>
+void ExtendPlane(const Plane& t) {
+    uint8_t* pu8Row = t.pu8;
+    for (ptrdiff_t y = 0; y < t.height; y++) {
+        const Bytes16 vLeft = Bytes16{} + pu8Row[0];
+        const Bytes16 vRight = Bytes16{} + pu8Row[t.width - 1];
+        for (int x = 0; x < kBorder; x += 16) {
+            StoreBytes16(pu8Row - kBorder + x, vLeft);
+            StoreBytes16(pu8Row + t.width + x, vRight);
+        }
+        pu8Row += t.stride;
+    }
+    RepeatRow<kBorder>(t.pu8 - kBorder, t.stride, -t.stride);
+    RepeatRow<kBorder>(t.pu8 - kBorder + (t.height - 1) * t.stride, t.stride, t.stride);
 }
 
 }  // namespace
@@ -74,7 +124,19 @@ void VopEdgeExpand(Mp4vDecCtx* ptCtx, const VopFrame* ptFrame) {
     const ptrdiff_t stride = (ptrdiff_t)ptCtx->u32LumaStride;
     const ptrdiff_t width = (ptrdiff_t)ptCtx->u32MbWidth * 16;
     const ptrdiff_t height = (ptrdiff_t)ptCtx->u32MbHeight * 16;
-    ExtendPlane(ptFrame->pu8Y, stride, width, height, kLumaBorder, MemSetAlign16, MemCopyAlign16);
-    ExtendPlane(ptFrame->pu8U, stride / 2, width / 2, height / 2, kLumaBorder / 2, MemSet16, MemCopy8);
-    ExtendPlane(ptFrame->pu8V, stride / 2, width / 2, height / 2, kLumaBorder / 2, MemSet16, MemCopy8);
+    const Plane tY = {ptFrame->pu8Y, stride, width, height};
+    const Plane tU = {ptFrame->pu8U, stride / 2, width / 2, height / 2};
+    const Plane tV = {ptFrame->pu8V, stride / 2, width / 2, height / 2};
+    if (MemSetAlign16 == MP4DecMemSet_c && MemCopyAlign16 == MP4DecMemCopy_c) {
+        ExtendPlane<kLumaBorder>(tY);
+    } else {
+        ExtendPlane(tY, kLumaBorder, MemSetAlign16, MemCopyAlign16);
+    }
+    if (MemSet16 == MP4DecMemSet_c && MemCopy8 == MP4DecMemCopy_c) {
+        ExtendPlane<kLumaBorder / 2>(tU);
+        ExtendPlane<kLumaBorder / 2>(tV);
+    } else {
+        ExtendPlane(tU, kLumaBorder / 2, MemSet16, MemCopy8);
+        ExtendPlane(tV, kLumaBorder / 2, MemSet16, MemCopy8);
+    }
 }
