@@ -228,12 +228,16 @@ class Prediction : public testing::TestWithParam<Kind> {
         if (kind.type != 2 && !kind.field) std::fill_n(mb.as32Mv, 4, mb.as32Mv[0]);
         const std::vector<uint8_t> expected = Model(decoder).Predict(column, row);
         const std::vector<uint8_t> reference = decoder.Snapshot(decoder->tRefFrame);
-        PredictInterMb(decoder.get(), (uint32_t)column, (uint32_t)row);
-        const std::vector<uint8_t> actual = decoder.Snapshot(decoder->tCurFrame);
-        if (actual != expected) {
-            const auto at = std::mismatch(actual.begin(), actual.end(), expected.begin()).first - actual.begin();
-            FAIL() << "macroblock " << column << ' ' << row << ", vectors " << mb.as32Mv[0] << mb.as32Mv[1]
-                   << mb.as32Mv[2] << mb.as32Mv[3] << ", byte " << at;
+        const std::vector<uint8_t> before = decoder.Snapshot(decoder->tCurFrame);
+        for (const auto predict : {PredictInterMb, PredictInterMbPortable}) {
+            std::copy(before.begin(), before.end(), decoder.Allocation(decoder->tCurFrame));
+            predict(decoder.get(), (uint32_t)column, (uint32_t)row);
+            const std::vector<uint8_t> actual = decoder.Snapshot(decoder->tCurFrame);
+            if (actual != expected) {
+                const auto at = std::mismatch(actual.begin(), actual.end(), expected.begin()).first - actual.begin();
+                FAIL() << "macroblock " << column << ' ' << row << ", vectors " << mb.as32Mv[0] << mb.as32Mv[1]
+                       << mb.as32Mv[2] << mb.as32Mv[3] << ", byte " << at;
+            }
         }
         ASSERT_EQ(decoder.Snapshot(decoder->tRefFrame), reference);
     }
@@ -591,6 +595,29 @@ TEST_F(PredictionKernels, FieldPredictionNeverUsesQuarterSamples) {
     const std::vector<Call> half = Predict(0, {{5, 7}, {3, 3}}, true);
     decoder_->u16QuarterSample = 1;
     EXPECT_EQ(Predict(0, {{5, 7}, {3, 3}}, true), half);
+}
+
+TEST_F(PredictionKernels, AreLookedUpUnlessAllArePortable) {
+    EXPECT_FALSE(PredictionIsPortable(false));
+    EXPECT_FALSE(PredictionIsPortable(true));
+}
+
+template <typename T>
+void ExpectNotPortableWith(T*& kernel, T* other, bool fields) {
+    EXPECT_TRUE(PredictionIsPortable(true));
+    const Replace<T*> replace(kernel, other);
+    EXPECT_EQ(PredictionIsPortable(false), fields);
+    EXPECT_FALSE(PredictionIsPortable(true));
+}
+
+TEST(PortablePrediction, NeedsEveryPortableKernelThatItStandsFor) {
+    for (Mp4vMemCopyBlock** kernel : {&MemCopy16x16, &MemCopy8x8, &MemCopy8x4})
+        ExpectNotPortableWith(*kernel, RecordCopy<kCopy8>, kernel == &MemCopy8x4);
+    for (Mp4vInterpolate** kernel : {&Interpolate16x16H, &Interpolate16x16V, &Interpolate16x16HV, &Interpolate8x8H,
+                                     &Interpolate8x8V, &Interpolate8x8HV})
+        ExpectNotPortableWith(*kernel, RecordHalf<kH8>, false);
+    for (Mp4vInterpolate** kernel : {&Interpolate8x4H, &Interpolate8x4V, &Interpolate8x4HV})
+        ExpectNotPortableWith(*kernel, RecordHalf<kH8>, true);
 }
 
 TEST_F(PredictionKernels, RoundingIsHandedOn) {

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Copyright (c) 2026, the mp4vdec authors
 
-// The decoder takes blocks from levels to samples at once while the kernel table holds the portable kernels. Here every
-// recorded session is played both ways.
+// While the kernel table holds the portable kernels, the decoder takes blocks from levels to samples at once, predicts
+// and copies without looking the kernels up, and does several macroblocks together. Here every recorded session is
+// played both ways.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "common/kernels.h"
+#include "support/sample_block.h"
 #include "vector_replay.h"
 
 namespace mp4v::test {
@@ -49,6 +51,18 @@ void OtherMpegInter(int16_t* dst, const int16_t* src, uint32_t quant) {
     DequantMpegInter_c(dst, src, quant);
 }
 
+// A portable kernel that counts its calls.
+template <auto kPortable>
+struct Counted;
+template <typename... Args, void (*kPortable)(Args...)>
+struct Counted<kPortable> {
+    static inline unsigned calls = 0;
+    static void Run(Args... args) {
+        calls++;
+        kPortable(args...);
+    }
+};
+
 std::vector<VectorCase> AllCases() {
     std::vector<VectorCase> cases;
     for (const auto& entry : fs::recursive_directory_iterator(std::string(MP4VDEC_TEST_DATA_DIR) + "/vectors")) {
@@ -73,20 +87,29 @@ std::vector<std::vector<std::string>> PlayAll(const std::vector<VectorCase>& cas
     return all;
 }
 
+const std::vector<VectorCase>& Cases() {
+    static const std::vector<VectorCase> cases = AllCases();
+    return cases;
+}
+
+void ExpectTheSame(const std::vector<std::vector<std::string>>& replaced) {
+    static const std::vector<std::vector<std::string>> portable = PlayAll(Cases());
+    ASSERT_FALSE(portable.empty());
+    ASSERT_EQ(portable.size(), replaced.size());
+    for (size_t i = 0; i < portable.size(); i++) EXPECT_TRUE(portable[i] == replaced[i]) << "case " << i;
+}
+
 // Plays everything with one variable replaced.
 template <typename T>
 void ExpectTheSameWith(T& variable, T other) {
-    static const std::vector<VectorCase> cases = AllCases();
-    static const std::vector<std::vector<std::string>> portable = PlayAll(cases);
-    ASSERT_FALSE(cases.empty());
-    const T before = variable;
-    variable = other;
     g_calls = 0;
-    const std::vector<std::vector<std::string>> replaced = PlayAll(cases);
-    variable = before;
+    std::vector<std::vector<std::string>> played;
+    {
+        const Replace<T> replace(variable, other);
+        played = PlayAll(Cases());
+    }
     EXPECT_GT(g_calls, 1000u);
-    ASSERT_EQ(portable.size(), replaced.size());
-    for (size_t i = 0; i < portable.size(); i++) EXPECT_TRUE(portable[i] == replaced[i]) << "case " << i;
+    ExpectTheSame(played);
 }
 
 TEST(ReplacedKernels, GiveTheSameWithAnotherTransform) {
@@ -115,6 +138,78 @@ TEST(ReplacedKernels, GiveTheSameWithAnotherMpegIntraMethod) {
 
 TEST(ReplacedKernels, GiveTheSameWithAnotherMpegInterMethod) {
     ExpectTheSameWith<decltype(DequantMpegInter)>(DequantMpegInter, OtherMpegInter);
+}
+
+// Replaces a variable by its portable kernel, counted.
+#define MP4V_COUNTED(Variable, kPortable)                                             \
+    const Replace<decltype(Variable)> t##Variable(Variable, Counted<kPortable>::Run); \
+    Counted<kPortable>::calls = 0
+
+TEST(ReplacedKernels, GiveTheSameWithOtherHalfSampleKernels) {
+    std::vector<std::vector<std::string>> played;
+    {
+        MP4V_COUNTED(Interpolate16x16H, Interpolate16x16H_c);
+        MP4V_COUNTED(Interpolate16x16V, Interpolate16x16V_c);
+        MP4V_COUNTED(Interpolate16x16HV, Interpolate16x16HV_c);
+        MP4V_COUNTED(Interpolate8x8H, Interpolate8x8H_c);
+        MP4V_COUNTED(Interpolate8x8V, Interpolate8x8V_c);
+        MP4V_COUNTED(Interpolate8x8HV, Interpolate8x8HV_c);
+        MP4V_COUNTED(Interpolate8x4H, Interpolate8x4H_c);
+        MP4V_COUNTED(Interpolate8x4V, Interpolate8x4V_c);
+        MP4V_COUNTED(Interpolate8x4HV, Interpolate8x4HV_c);
+        played = PlayAll(Cases());
+    }
+    for (const unsigned calls :
+         {Counted<Interpolate16x16H_c>::calls, Counted<Interpolate16x16V_c>::calls,
+          Counted<Interpolate16x16HV_c>::calls, Counted<Interpolate8x8H_c>::calls, Counted<Interpolate8x8V_c>::calls,
+          Counted<Interpolate8x8HV_c>::calls, Counted<Interpolate8x4H_c>::calls, Counted<Interpolate8x4V_c>::calls,
+          Counted<Interpolate8x4HV_c>::calls})
+        EXPECT_GT(calls, 10u);
+    ExpectTheSame(played);
+}
+
+TEST(ReplacedKernels, GiveTheSameWithOtherQuarterSampleKernels) {
+    std::vector<std::vector<std::string>> played;
+    {
+        MP4V_COUNTED(HorzPass16, HorzPass16_c);
+        MP4V_COUNTED(HorzPassAvg16, HorzPassAvg16_c);
+        MP4V_COUNTED(HorzPassAvgUp16, HorzPassAvgUp16_c);
+        MP4V_COUNTED(VertPass16, VertPass16_c);
+        MP4V_COUNTED(VertPassAvg16, VertPassAvg16_c);
+        MP4V_COUNTED(VertPassAvgUp16, VertPassAvgUp16_c);
+        MP4V_COUNTED(HorzPass8, HorzPass8_c);
+        MP4V_COUNTED(HorzPassAvg8, HorzPassAvg8_c);
+        MP4V_COUNTED(HorzPassAvgUp8, HorzPassAvgUp8_c);
+        MP4V_COUNTED(VertPass8, VertPass8_c);
+        MP4V_COUNTED(VertPassAvg8, VertPassAvg8_c);
+        MP4V_COUNTED(VertPassAvgUp8, VertPassAvgUp8_c);
+        played = PlayAll(Cases());
+    }
+    for (const unsigned calls :
+         {Counted<HorzPass16_c>::calls, Counted<HorzPassAvg16_c>::calls, Counted<HorzPassAvgUp16_c>::calls,
+          Counted<VertPass16_c>::calls, Counted<VertPassAvg16_c>::calls, Counted<VertPassAvgUp16_c>::calls,
+          Counted<HorzPass8_c>::calls, Counted<HorzPassAvg8_c>::calls, Counted<HorzPassAvgUp8_c>::calls,
+          Counted<VertPass8_c>::calls, Counted<VertPassAvg8_c>::calls, Counted<VertPassAvgUp8_c>::calls})
+        EXPECT_GT(calls, 10u);
+    ExpectTheSame(played);
+}
+
+TEST(ReplacedKernels, GiveTheSameWithOtherCopies) {
+    std::vector<std::vector<std::string>> played;
+    {
+        MP4V_COUNTED(MemCopy16x16, MP4DecMemCopy16x16_c);
+        MP4V_COUNTED(MemCopy8x8, MP4DecMemCopy8x8_c);
+        MP4V_COUNTED(MemCopy8x4, MP4DecMemCopy8x4_c);
+        MP4V_COUNTED(MemCopyStride16x16, MemCopyStride16x16_c);
+        MP4V_COUNTED(MemCopyStride8x8, MemCopyStride8x8_c);
+        MP4V_COUNTED(MemSet, MP4DecMemSet_c);
+        played = PlayAll(Cases());
+    }
+    for (const unsigned calls :
+         {Counted<MP4DecMemCopy16x16_c>::calls, Counted<MP4DecMemCopy8x8_c>::calls, Counted<MP4DecMemCopy8x4_c>::calls,
+          Counted<MemCopyStride16x16_c>::calls, Counted<MemCopyStride8x8_c>::calls, Counted<MP4DecMemSet_c>::calls})
+        EXPECT_GT(calls, 10u);
+    ExpectTheSame(played);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <string.h>
 
+#include "c/halfpel.h"
 #include "c/image.h"
 #include "common/kernels.h"
 #include "common/motion.h"
@@ -169,20 +170,19 @@ void PredictFrame(uint8_t* pu8Dst, const RefPlane& t, int64_t x, int64_t y, Mp4v
 
 // ---- Quarter-sample luma
 
-// A 16 x 16 block at a fractional position, s32X, s32Y in [0, 3]. Both directions: first the rows into the scratch, one
+// A 16 x 16 block at a quarter position, s32X, s32Y in [0, 3]. Both directions: first the rows into the scratch, one
 // more than the block has, then the columns.
 void QuarterPel16x16(uint8_t* pu8Dst, int32_t s32DstPitch, const uint8_t* pu8Src, int32_t s32SrcPitch,
                      uint8_t* pu8Scratch, int32_t s32X, int32_t s32Y, uint32_t u32Rounding) {
-    Mp4vQpelPass* const pfHorz = s32X == 1 ? HorzPassAvg16 : s32X == 2 ? HorzPass16 : HorzPassAvgUp16;
-    Mp4vQpelPass* const pfVert = s32Y == 1 ? VertPassAvg16 : s32Y == 2 ? VertPass16 : VertPassAvgUp16;
-    if (s32Y == 0) {
-        pfHorz(pu8Dst, pu8Src, 16, s32DstPitch, s32SrcPitch, u32Rounding);
-    } else if (s32X == 0) {
-        pfVert(pu8Dst, pu8Src, 16, s32DstPitch, s32SrcPitch, u32Rounding);
-    } else {
+    if (s32X) {
+        Mp4vQpelPass* const pfHorz = s32X == 1 ? HorzPassAvg16 : s32X == 2 ? HorzPass16 : HorzPassAvgUp16;
+        if (s32Y == 0) return pfHorz(pu8Dst, pu8Src, 16, s32DstPitch, s32SrcPitch, u32Rounding);
         pfHorz(pu8Scratch, pu8Src, 17, 16, s32SrcPitch, u32Rounding);
-        pfVert(pu8Dst, pu8Scratch, 16, s32DstPitch, 16, u32Rounding);
+        pu8Src = pu8Scratch;
+        s32SrcPitch = 16;
     }
+    Mp4vQpelPass* const pfVert = s32Y == 1 ? VertPassAvg16 : s32Y == 2 ? VertPass16 : VertPassAvgUp16;
+    pfVert(pu8Dst, pu8Src, 16, s32DstPitch, s32SrcPitch, u32Rounding);
 }
 
 void PredictQuarter16x16(Mp4vDecCtx* ptCtx, const RefPlane& t, int32_t s32X, int32_t s32Y, Mp4vMv tMv) {
@@ -253,6 +253,13 @@ Mp4vMv ChromaVector(const MbInfo& tInfo, int32_t s32Divide) {
     return {ChromaOfOne(tInfo.as32Mv[0].s32X / s32Divide), ChromaOfOne(tInfo.as32Mv[0].s32Y / s32Divide)};
 }
 
+// Of a field's vector.
+Mp4vMv FieldChromaVector(const MbInfo& tInfo, Mp4vMv tMv) {
+    const Mp4vMv t =
+        tInfo.u8MbType == MB_INTER4V ? ChromaVector(tInfo, 1) : Mp4vMv{ChromaOfOne(tMv.s32X), ChromaOfOne(tMv.s32Y)};
+    return {t.s32X, t.s32Y >> 1 | (t.s32Y & 1)};  // half positions stay half positions of the field
+}
+
 // ---- The macroblock
 
 struct RefPlanes {
@@ -300,7 +307,8 @@ void PredictLuma(Mp4vDecCtx* ptCtx, const RefPlane& t, int32_t s32X, int32_t s32
 
 // One field: 8 luma and 4 chroma lines from a field of the reference. Vectors are in half samples, also where other
 // macroblocks have quarter samples.
-void PredictField(const Mp4vDecCtx* ptCtx, const RefPlanes& t, uint32_t u32Column, uint32_t u32Row, int64_t field) {
+__attribute__((noinline)) void PredictField(const Mp4vDecCtx* ptCtx, const RefPlanes& t, uint32_t u32Column,
+                                            uint32_t u32Row, int64_t field) {
     const Mp4vMbScratch& tMb = ptCtx->tMb;
     const MbInfo& tInfo = *tMb.ptCurMbInfo;
     const Mp4vMv tMv = tInfo.as32Mv[field];
@@ -313,9 +321,7 @@ void PredictField(const Mp4vDecCtx* ptCtx, const RefPlanes& t, uint32_t u32Colum
         PredictHalf<HalfPel8x8>(tMb.pu8DstY + field * t.y.stride + 8 * i, t.y, tLuma, s32LumaPhase, u32Rounding);
     }
 
-    Mp4vMv tChromaMv = {ChromaOfOne(tMv.s32X), ChromaOfOne(tMv.s32Y)};
-    if (tInfo.u8MbType == MB_INTER4V) tChromaMv = ChromaVector(tInfo, 1);
-    tChromaMv.s32Y = tChromaMv.s32Y >> 1 | (tChromaMv.s32Y & 1);  // half positions stay half positions of the field
+    const Mp4vMv tChromaMv = FieldChromaVector(tInfo, tMv);
     const RefPlace tChroma = {(int64_t)8 * u32Column + (tChromaMv.s32X >> 1),
                               from + 2 * ((int64_t)4 * u32Row + (tChromaMv.s32Y >> 1)), 2};
     const int32_t s32ChromaPhase = Phase(tChromaMv.s32X, tChromaMv.s32Y);
@@ -323,56 +329,9 @@ void PredictField(const Mp4vDecCtx* ptCtx, const RefPlanes& t, uint32_t u32Colum
     PredictHalf<HalfPel8x4>(tMb.pu8DstV + field * t.v.stride, t.v, tChroma, s32ChromaPhase, u32Rounding);
 }
 
-// A macroblock of one half-sample vector, or of four, when all that it needs lies inside the reference planes with
-// their borders. Reports false, and does nothing, when not.
-bool PredictInside(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
-    const Mp4vMbScratch& tMb = ptCtx->tMb;
-    const MbInfo& tInfo = *tMb.ptCurMbInfo;
-    const RefWindow tLuma = LumaWindow(ptCtx);
-    const RefWindow tChroma = ChromaWindow(ptCtx);
-    const uint32_t u32Rounding = ptCtx->u32RoundingType;
-    const int32_t s32X = (int32_t)(16 * u32Column);
-    const int32_t s32Y = (int32_t)(16 * u32Row);
-    const bool bFour = tInfo.u8MbType == MB_INTER4V;
-
-    const Mp4vMv tChromaMv = ChromaVector(tInfo, 1);
-    const int32_t s32ChromaX = s32X / 2 + (tChromaMv.s32X >> 1);
-    const int32_t s32ChromaY = s32Y / 2 + (tChromaMv.s32Y >> 1);
-    if (!tChroma.Contains(s32ChromaX, s32ChromaY, 8, 8)) return false;
-    const uint8_t* apu8Src[4];
-    for (int32_t b = 0; b < (bFour ? 4 : 1); b++) {
-        const int32_t s32BlockX = s32X + 8 * (b & 1) + (tInfo.as32Mv[b].s32X >> 1);
-        const int32_t s32BlockY = s32Y + 8 * (b >> 1) + (tInfo.as32Mv[b].s32Y >> 1);
-        const int32_t s32Size = bFour ? 8 : 16;
-        if (!tLuma.Contains(s32BlockX, s32BlockY, s32Size, s32Size)) return false;
-        apu8Src[b] = ptCtx->tRefFrame.pu8Y + tLuma.Offset(s32BlockX, s32BlockY);
-    }
-
-    const int32_t s32Pitch = (int32_t)tLuma.stride;
-    const Mp4vMv* const ptMv = tInfo.as32Mv;
-    if (!bFour) {
-        HalfPel16x16::Run(tMb.pu8DstY, apu8Src[0], s32Pitch, Phase(ptMv[0].s32X, ptMv[0].s32Y), u32Rounding);
-    } else {
-        for (int32_t b = 0; b < 4; b++) {
-            HalfPel8x8::Run(tMb.pu8DstY + 8 * (b & 1) + 8 * (b >> 1) * tLuma.stride, apu8Src[b], s32Pitch,
-                            Phase(ptMv[b].s32X, ptMv[b].s32Y), u32Rounding);
-        }
-    }
-    const ptrdiff_t chroma = tChroma.Offset(s32ChromaX, s32ChromaY);
-    const int32_t s32Phase = Phase(tChromaMv.s32X, tChromaMv.s32Y);
-    HalfPel8x8::Run(tMb.pu8DstU, ptCtx->tRefFrame.pu8U + chroma, s32Pitch / 2, s32Phase, u32Rounding);
-    HalfPel8x8::Run(tMb.pu8DstV, ptCtx->tRefFrame.pu8V + chroma, s32Pitch / 2, s32Phase, u32Rounding);
-    return true;
-}
-
 __attribute__((noinline)) void PredictAnywhere(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
     const Mp4vMbScratch& tMb = ptCtx->tMb;
     const RefPlanes tPlanes = FindPlanes(ptCtx);
-    if (tMb.ptCurMbInfo->u8FieldPred) {
-        PredictField(ptCtx, tPlanes, u32Column, u32Row, 0);
-        PredictField(ptCtx, tPlanes, u32Column, u32Row, 1);
-        return;
-    }
     PredictLuma(ptCtx, tPlanes.y, (int32_t)(16 * u32Column), (int32_t)(16 * u32Row));
     const Mp4vMv tChroma = ChromaVector(*tMb.ptCurMbInfo, ptCtx->u16QuarterSample ? 2 : 1);
     const int64_t x = (int64_t)8 * u32Column;
@@ -381,10 +340,241 @@ __attribute__((noinline)) void PredictAnywhere(Mp4vDecCtx* ptCtx, uint32_t u32Co
     PredictFrame<HalfPel8x8>(tMb.pu8DstV, tPlanes.v, x, y, tChroma, ptCtx->u32RoundingType);
 }
 
+// ---- Where all that a macroblock needs lies inside the reference planes with their borders
+
+// Half-sample blocks through the kernel table.
+struct TableKernels {
+    static MP4V_INLINE void Luma16x16(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch, int32_t s32Phase,
+                                      uint32_t u32Rounding) {
+        HalfPel16x16::Run(pu8Dst, pu8Src, (int32_t)pitch, s32Phase, u32Rounding);
+    }
+    static MP4V_INLINE void Luma8x8(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch, int32_t s32Phase,
+                                    uint32_t u32Rounding) {
+        HalfPel8x8::Run(pu8Dst, pu8Src, (int32_t)pitch, s32Phase, u32Rounding);
+    }
+    static MP4V_INLINE void Chroma8x8(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch,
+                                      int32_t s32Phase, uint32_t u32Rounding) {
+        for (int i = 0; i < 2; i++) HalfPel8x8::Run(apu8Dst[i], apu8Src[i], (int32_t)pitch, s32Phase, u32Rounding);
+    }
+    static MP4V_INLINE void Luma16x8(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch, int32_t s32Phase,
+                                     uint32_t u32Rounding) {
+        for (int i = 0; i < 16; i += 8) HalfPel8x8::Run(pu8Dst + i, pu8Src + i, (int32_t)pitch, s32Phase, u32Rounding);
+    }
+    static MP4V_INLINE void Chroma8x4(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch,
+                                      int32_t s32Phase, uint32_t u32Rounding) {
+        for (int i = 0; i < 2; i++) HalfPel8x4::Run(apu8Dst[i], apu8Src[i], (int32_t)pitch, s32Phase, u32Rounding);
+    }
+};
+
+// The portable kernels.
+struct PortableKernels {
+    static MP4V_INLINE void Luma16x16(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch, int32_t s32Phase,
+                                      uint32_t u32Rounding) {
+        HalfSample<16, 16>(pu8Dst, pu8Src, pitch, s32Phase, u32Rounding);
+    }
+    static __attribute__((noinline)) void Luma8x8(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch,
+                                                  int32_t s32Phase, uint32_t u32Rounding) {
+        HalfSample<8, 8>(pu8Dst, pu8Src, pitch, s32Phase, u32Rounding);
+    }
+    static MP4V_INLINE void Chroma8x8(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch,
+                                      int32_t s32Phase, uint32_t u32Rounding) {
+        HalfSample<8, 8>(apu8Dst, apu8Src, pitch, s32Phase, u32Rounding);
+    }
+    static MP4V_INLINE void Luma16x8(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch, int32_t s32Phase,
+                                     uint32_t u32Rounding) {
+        HalfSample<16, 8>(pu8Dst, pu8Src, pitch, s32Phase, u32Rounding);
+    }
+    static MP4V_INLINE void Chroma8x4(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch,
+                                      int32_t s32Phase, uint32_t u32Rounding) {
+        HalfSample<8, 4>(apu8Dst, apu8Src, pitch, s32Phase, u32Rounding);
+    }
+};
+
+// What the functions below have in common. They report false, and do nothing, when something lies outside.
+struct Inside {
+    Mp4vDecCtx* ptCtx;
+    int32_t s32X, s32Y;  // of the macroblock's first luma sample
+    RefWindow tLuma, tChroma;
+    uint32_t u32Rounding;
+
+    MP4V_INLINE Inside(Mp4vDecCtx* ptCtx_, uint32_t u32Column, uint32_t u32Row)
+        : ptCtx(ptCtx_),
+          s32X((int32_t)(16 * u32Column)),
+          s32Y((int32_t)(16 * u32Row)),
+          tLuma(LumaWindow(ptCtx_)),
+          tChroma(ChromaWindow(ptCtx_)),
+          u32Rounding(ptCtx_->u32RoundingType) {}
+
+    MP4V_INLINE const Mp4vMv* Mv() const { return ptCtx->tMb.ptCurMbInfo->as32Mv; }
+    MP4V_INLINE uint8_t* LumaBlock(int32_t b) const {
+        return ptCtx->tMb.pu8DstY + 8 * (b & 1) + 8 * (b >> 1) * tLuma.stride;
+    }
+    MP4V_INLINE const uint8_t* Luma(int32_t s32AtX, int32_t s32AtY) const {
+        return ptCtx->tRefFrame.pu8Y + tLuma.Offset(s32AtX, s32AtY);
+    }
+};
+
+// Places of U and V.
+struct ChromaPlaces {
+    uint8_t* apu8Dst[2];
+    const uint8_t* apu8Src[2];
+
+    MP4V_INLINE ChromaPlaces(const Inside& t, int32_t s32X, int32_t s32Y, int32_t s32Line = 0)
+        : apu8Dst{t.ptCtx->tMb.pu8DstU + s32Line * t.tChroma.stride, t.ptCtx->tMb.pu8DstV + s32Line * t.tChroma.stride},
+          apu8Src{t.ptCtx->tRefFrame.pu8U + t.tChroma.Offset(s32X, s32Y),
+                  t.ptCtx->tRefFrame.pu8V + t.tChroma.Offset(s32X, s32Y)} {}
+};
+
+template <typename Kernels>
+MP4V_INLINE void ChromaInside(const Inside& t, int32_t s32X, int32_t s32Y, int32_t s32Phase) {
+    const ChromaPlaces tPlaces(t, s32X, s32Y);
+    Kernels::Chroma8x8(tPlaces.apu8Dst, tPlaces.apu8Src, t.tChroma.stride, s32Phase, t.u32Rounding);
+}
+
+template <typename Kernels>
+MP4V_INLINE bool OneHalfInside(const Inside& t) {
+    const Mp4vMv tMv = t.Mv()[0];
+    const int32_t s32X = t.s32X + (tMv.s32X >> 1);
+    const int32_t s32Y = t.s32Y + (tMv.s32Y >> 1);
+    if (!t.tLuma.Contains(s32X, s32Y, 16, 16)) return false;
+    Kernels::Luma16x16(t.ptCtx->tMb.pu8DstY, t.Luma(s32X, s32Y), t.tLuma.stride, Phase(tMv.s32X, tMv.s32Y),
+                       t.u32Rounding);
+    // Half the place: inside as well. What is halved to quarter positions goes to the half position.
+    ChromaInside<Kernels>(t, s32X >> 1, s32Y >> 1, Phase((tMv.s32X & 3) != 0, (tMv.s32Y & 3) != 0));
+    return true;
+}
+
+template <typename Kernels>
+MP4V_INLINE bool FourHalfInside(const Inside& t) {
+    const Mp4vMv* const ptMv = t.Mv();
+    const Mp4vMv tChromaMv = ChromaVector(*t.ptCtx->tMb.ptCurMbInfo, 1);
+    const int32_t s32ChromaX = t.s32X / 2 + (tChromaMv.s32X >> 1);
+    const int32_t s32ChromaY = t.s32Y / 2 + (tChromaMv.s32Y >> 1);
+    if (!t.tChroma.Contains(s32ChromaX, s32ChromaY, 8, 8)) return false;
+    const uint8_t* apu8Src[4];
+    for (int32_t b = 0; b < 4; b++) {
+        const int32_t s32X = t.s32X + 8 * (b & 1) + (ptMv[b].s32X >> 1);
+        const int32_t s32Y = t.s32Y + 8 * (b >> 1) + (ptMv[b].s32Y >> 1);
+        if (!t.tLuma.Contains(s32X, s32Y, 8, 8)) return false;
+        apu8Src[b] = t.Luma(s32X, s32Y);
+    }
+    for (int32_t b = 0; b < 4; b++) {
+        Kernels::Luma8x8(t.LumaBlock(b), apu8Src[b], t.tLuma.stride, Phase(ptMv[b].s32X, ptMv[b].s32Y), t.u32Rounding);
+    }
+    ChromaInside<Kernels>(t, s32ChromaX, s32ChromaY, Phase(tChromaMv.s32X, tChromaMv.s32Y));
+    return true;
+}
+
+template <typename Kernels>
+MP4V_INLINE bool OneQuarterInside(const Inside& t) {
+    const Mp4vMv tMv = t.Mv()[0];
+    const int32_t s32X = t.s32X + (tMv.s32X >> 2);
+    const int32_t s32Y = t.s32Y + (tMv.s32Y >> 2);
+    const Mp4vMv tChromaMv = ChromaVector(*t.ptCtx->tMb.ptCurMbInfo, 2);
+    const int32_t s32ChromaX = t.s32X / 2 + (tChromaMv.s32X >> 1);
+    const int32_t s32ChromaY = t.s32Y / 2 + (tChromaMv.s32Y >> 1);
+    if (!t.tLuma.Contains(s32X, s32Y, 16, 16) || !t.tChroma.Contains(s32ChromaX, s32ChromaY, 8, 8)) return false;
+    const int32_t s32Pitch = (int32_t)t.tLuma.stride;
+    uint8_t* const pu8Dst = t.LumaBlock(0);
+    const uint8_t* const pu8Src = t.Luma(s32X, s32Y);
+    const int32_t s32PhaseX = tMv.s32X & 3;
+    const int32_t s32PhaseY = tMv.s32Y & 3;
+    if (s32PhaseX | s32PhaseY) {
+        QuarterPel16x16(pu8Dst, s32Pitch, pu8Src, s32Pitch, t.ptCtx->pu8QpelBuf, s32PhaseX, s32PhaseY, t.u32Rounding);
+    } else {
+        Kernels::Luma16x16(pu8Dst, pu8Src, s32Pitch, 0, t.u32Rounding);
+    }
+    ChromaInside<Kernels>(t, s32ChromaX, s32ChromaY, Phase(tChromaMv.s32X, tChromaMv.s32Y));
+    return true;
+}
+
+template <typename Kernels>
+MP4V_INLINE bool FourQuarterInside(const Inside& t) {
+    const Mp4vMv* const ptMv = t.Mv();
+    const Mp4vMv tChromaMv = ChromaVector(*t.ptCtx->tMb.ptCurMbInfo, 2);
+    const int32_t s32ChromaX = t.s32X / 2 + (tChromaMv.s32X >> 1);
+    const int32_t s32ChromaY = t.s32Y / 2 + (tChromaMv.s32Y >> 1);
+    if (!t.tChroma.Contains(s32ChromaX, s32ChromaY, 8, 8)) return false;
+    for (int32_t b = 0; b < 4; b++) {
+        const int32_t s32X = t.s32X + 8 * (b & 1) + (ptMv[b].s32X >> 2);
+        const int32_t s32Y = t.s32Y + 8 * (b >> 1) + (ptMv[b].s32Y >> 2);
+        if (!t.tLuma.Contains(s32X, s32Y, 8, 8)) return false;
+    }
+    for (int32_t b = 0; b < 4; b++) {
+        InterpolateQuarterPel8x8(t.LumaBlock(b), t.ptCtx->tRefFrame.pu8Y, t.ptCtx->pu8QpelBuf, t.s32X + 8 * (b & 1),
+                                 t.s32Y + 8 * (b >> 1), ptMv[b].s32X, ptMv[b].s32Y, (int32_t)t.tLuma.stride,
+                                 t.u32Rounding);
+    }
+    ChromaInside<Kernels>(t, s32ChromaX, s32ChromaY, Phase(tChromaMv.s32X, tChromaMv.s32Y));
+    return true;
+}
+
+// One field, see PredictField.
+template <typename Kernels>
+MP4V_INLINE bool FieldInside(const Inside& t, int32_t s32Field) {
+    const Mp4vMbScratch& tMb = t.ptCtx->tMb;
+    const Mp4vMv tMv = t.Mv()[s32Field];
+    const Mp4vMv tChromaMv = FieldChromaVector(*tMb.ptCurMbInfo, tMv);
+    const int32_t s32From = s32Field ? tMb.u8FwdBotFieldRef : tMb.u8FwdTopFieldRef;
+    const int32_t s32X = t.s32X + (tMv.s32X >> 1);
+    const int32_t s32Y = t.s32Y + s32From + 2 * (tMv.s32Y >> 2);
+    const int32_t s32ChromaX = t.s32X / 2 + (tChromaMv.s32X >> 1);
+    const int32_t s32ChromaY = t.s32Y / 2 + s32From + 2 * (tChromaMv.s32Y >> 1);
+    // Every second line: as many as the whole macroblock has.
+    if (!t.tLuma.Contains(s32X, s32Y, 16, 16) || !t.tChroma.Contains(s32ChromaX, s32ChromaY, 8, 8)) return false;
+    Kernels::Luma16x8(tMb.pu8DstY + s32Field * t.tLuma.stride, t.Luma(s32X, s32Y), 2 * t.tLuma.stride,
+                      Phase(tMv.s32X, tMv.s32Y >> 1), t.u32Rounding);
+    const ChromaPlaces tPlaces(t, s32ChromaX, s32ChromaY, s32Field);
+    Kernels::Chroma8x4(tPlaces.apu8Dst, tPlaces.apu8Src, 2 * t.tChroma.stride, Phase(tChromaMv.s32X, tChromaMv.s32Y),
+                       t.u32Rounding);
+    return true;
+}
+
+template <typename Kernels>
+__attribute__((noinline)) void PredictFields(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    for (int32_t s32Field = 0; s32Field < 2; s32Field++) {
+        if (!FieldInside<Kernels>({ptCtx, u32Column, u32Row}, s32Field))
+            PredictField(ptCtx, FindPlanes(ptCtx), u32Column, u32Row, s32Field);
+    }
+}
+
+template <typename Kernels>
+__attribute__((noinline)) void PredictQuarter(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    const Inside t(ptCtx, u32Column, u32Row);
+    const bool bFour = ptCtx->tMb.ptCurMbInfo->u8MbType == MB_INTER4V;
+    if (!(bFour ? FourQuarterInside<Kernels>(t) : OneQuarterInside<Kernels>(t)))
+        PredictAnywhere(ptCtx, u32Column, u32Row);
+}
+
+template <typename Kernels>
+__attribute__((noinline)) void PredictFour(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    if (!FourHalfInside<Kernels>({ptCtx, u32Column, u32Row})) PredictAnywhere(ptCtx, u32Column, u32Row);
+}
+
+template <typename Kernels>
+MP4V_INLINE void Predict(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    const MbInfo& tInfo = *ptCtx->tMb.ptCurMbInfo;
+    if (tInfo.u8FieldPred) return PredictFields<Kernels>(ptCtx, u32Column, u32Row);
+    if (ptCtx->u16QuarterSample) return PredictQuarter<Kernels>(ptCtx, u32Column, u32Row);
+    if (tInfo.u8MbType == MB_INTER4V) return PredictFour<Kernels>(ptCtx, u32Column, u32Row);
+    if (!OneHalfInside<Kernels>({ptCtx, u32Column, u32Row})) PredictAnywhere(ptCtx, u32Column, u32Row);
+}
+
 }  // namespace
 
 void PredictInterMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
-    const bool bHalfSample = !ptCtx->tMb.ptCurMbInfo->u8FieldPred && !ptCtx->u16QuarterSample;
-    if (bHalfSample && PredictInside(ptCtx, u32Column, u32Row)) return;
-    PredictAnywhere(ptCtx, u32Column, u32Row);
+    Predict<TableKernels>(ptCtx, u32Column, u32Row);
+}
+
+void PredictInterMbPortable(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    Predict<PortableKernels>(ptCtx, u32Column, u32Row);
+}
+
+bool PredictionIsPortable(bool bFields) {
+    return MemCopy16x16 == MP4DecMemCopy16x16_c && Interpolate16x16H == Interpolate16x16H_c &&
+           Interpolate16x16V == Interpolate16x16V_c && Interpolate16x16HV == Interpolate16x16HV_c &&
+           MemCopy8x8 == MP4DecMemCopy8x8_c && Interpolate8x8H == Interpolate8x8H_c &&
+           Interpolate8x8V == Interpolate8x8V_c && Interpolate8x8HV == Interpolate8x8HV_c &&
+           (!bFields || (MemCopy8x4 == MP4DecMemCopy8x4_c && Interpolate8x4H == Interpolate8x4H_c &&
+                         Interpolate8x4V == Interpolate8x4V_c && Interpolate8x4HV == Interpolate8x4HV_c));
 }

@@ -13,6 +13,11 @@ extern "C" {
 // Vectors are used as they are. Samples whose address lies outside the reference's allocation are replaced by the
 // nearest sample of the plane with its border; addresses inside it are taken as they are, whatever plane they hit.
 void PredictInterMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row);
+
+// The same without looking half-sample kernels and copies up in the table: only while that holds the portable ones.
+// bFields: those of field prediction too.
+void PredictInterMbPortable(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row);
+bool PredictionIsPortable(bool bFields);
 }
 
 #endif  // MP4VDEC_SOURCE_COMMON_PREDICT_H_

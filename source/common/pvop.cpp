@@ -90,7 +90,7 @@ MP4V_INLINE void ClearPredictors(MbInfo* ptInfo) {
     }
 }
 
-void ReconstructMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+void ReconstructMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, bool bPortable) {
     const MbInfo* const ptInfo = ptCtx->tMb.ptCurMbInfo;
     if (ptInfo->u8MbType == MB_NOT_CODED) {
         CopyFromReference(ptCtx, u32Column, u32Row);
@@ -98,7 +98,7 @@ void ReconstructMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
         DecIntraMB(ptCtx, ptCtx->tMb.as16Coef, u32Column, u32Row);
         ReconIntraMB(ptCtx, u32Column, u32Row);
     } else {
-        PredictInterMb(ptCtx, u32Column, u32Row);
+        (bPortable ? PredictInterMbPortable : PredictInterMb)(ptCtx, u32Column, u32Row);
         AddResidual(ptCtx);
     }
 }
@@ -146,13 +146,14 @@ uint32_t PVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags) {
         StartMbRow(ptCtx, u32Row);
         tOutput.StartRow(u32Row);
         const bool bSeveral = CanDecNotCoded(ptCtx->tBs);
+        const bool bPortable = PredictionIsPortable(ptCtx->s16Interlaced);
         for (uint32_t u32Column = 0; u32Column < ptCtx->u32MbWidth; u32Column++, NextMb(&ptCtx->tMb)) {
             if (bSeveral) u32Column += DecNotCoded(ptCtx, u32Column, u32Row, tOutput);
             if (u32Column == ptCtx->u32MbWidth) break;
             MbInfo* const ptInfo = ptCtx->tMb.ptCurMbInfo;
             const uint32_t u32Header = DecMBInfo(ptCtx, &ptCtx->tMb, u32Column, u32Row);
             if (u32Header == kMbHeaderDecoded) {
-                ReconstructMb(ptCtx, u32Column, u32Row);
+                ReconstructMb(ptCtx, u32Column, u32Row, bPortable);
                 if (!IsIntra(ptInfo->u8MbType)) ClearPredictors(ptInfo);
                 tOutput.Add(u32Column);
             } else {
