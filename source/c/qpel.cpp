@@ -8,43 +8,47 @@ namespace {
 // What a half-position sample is averaged with.
 enum class Blend { kNone, kBefore, kAfter };
 
-// 32 times the half-position samples between av[3] and av[4]: taps -1 3 -6 20 20 -6 3 -1, in [-3570, 11746].
-MP4V_VEC Vec8 Filter(const Vec8* av, Vec8 vBias) {
-    return WeighTaps(av[3] + av[4], av[2] + av[5], av[1] + av[6], av[0] + av[7], vBias);
+template <int kWidth>
+MP4V_VEC Bytes16 Load(const uint8_t* pu8) {
+    return kWidth == 16 ? LoadBytes16(pu8) : LoadBytes8(pu8);
 }
 
-// Eight filtered samples from the 15 bytes around them.
-MP4V_VEC Vec8 FilterRow8(Bytes16 v, Vec8 vBias) {
-    const Vec8 avTaps[8] = {Widen<0>(v), Widen<1>(v), Widen<2>(v), Widen<3>(v),
-                            Widen<4>(v), Widen<5>(v), Widen<6>(v), Widen<7>(v)};
-    return Filter(avTaps, vBias);
+template <int kWidth>
+MP4V_VEC void Store(uint8_t* pu8, Bytes16 v) {
+    kWidth == 16 ? StoreBytes16(pu8, v) : StoreBytes8(pu8, v);
+}
+
+// kSamples filtered samples from the bytes around them, which begin in vLow and go on in vHigh.
+template <int kSamples>
+MP4V_VEC Bytes16 FilterAround(Bytes16 vLow, Bytes16 vHigh, const TapFactors& tFactors) {
+    const Tap atTaps[8] = {TapOf<0>(vLow, vHigh), TapOf<1>(vLow, vHigh), TapOf<2>(vLow, vHigh), TapOf<3>(vLow, vHigh),
+                           TapOf<4>(vLow, vHigh), TapOf<5>(vLow, vHigh), TapOf<6>(vLow, vHigh), TapOf<7>(vLow, vHigh)};
+    return FilterTaps<kSamples>(atTaps, tFactors);
 }
 
 // The taps beyond the row's ends fall on its mirror image, so only kWidth + 1 samples are read.
 template <int kWidth>
-MP4V_VEC Bytes16 FilterRow(const uint8_t* pu8Src, Vec8 vBias) {
-    const Bytes16 vStart = MirrorStart(pu8Src);
+MP4V_VEC Bytes16 FilterRow(const uint8_t* pu8Src, const TapFactors& tFactors) {
     const Bytes16 vEnd = MirrorEnd(pu8Src + kWidth - 7);
     if (kWidth == 8) {
-        const Vec8 v = FilterRow8(JoinLow(vStart, vEnd), vBias);
-        return NarrowClipShifted<5>(v, v);
+        const Bytes16 v = JoinLow(MirrorStart(pu8Src), vEnd);
+        return FilterAround<8>(v, v, tFactors);
     }
-    const Bytes16 vMiddle = LoadBytes8(pu8Src + 5);
-    return NarrowClipShifted<5>(FilterRow8(JoinLow(vStart, vMiddle), vBias), FilterRow8(JoinLow(vMiddle, vEnd), vBias));
+    const Bytes16 vStart = MirrorStart16(pu8Src);
+    if (kTapSamples == kWidth) return FilterAround<kTapSamples>(vStart, vEnd, tFactors);
+    return JoinLow(FilterAround<8>(vStart, vEnd, tFactors),
+                   FilterAround<8>(JoinLow(HighHalf(vStart), vEnd), vEnd, tFactors));
 }
 
-// Eight rows of 16 samples at once: one vector per column.
-template <Blend kBlend>
+// Eight rows of 16 samples at once: one vector per column. Where taps are bytes, rows one by one need less.
+template <Blend kBlend, bool kDown, typename Column = Tap>
 MP4V_VEC void FilterEightRows16(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t dstPitch,
-                                ptrdiff_t srcPitch, Vec8 vBias, Bytes16 vDown) {
-    Vec8 avPairs[8];  // of columns
-    Vec8 av[16 + 7];  // av[3] is column 0; three mirrored columns at each end
-    Vec8 vLast = {};
-    for (int y = 0; y < 8; y++) {
-        avPairs[y] = (Vec8)LoadBytes16(pu8Src + y * srcPitch);
-        vLast[y] = pu8Src[16 + y * srcPitch];
-    }
-    av[19] = vLast;
+                                ptrdiff_t srcPitch, const TapFactors& tFactors) {
+    Vec8 avPairs[8];    // of columns
+    Column av[16 + 7];  // av[3] is column 0; three mirrored columns at each end
+    for (int y = 0; y < 8; y++) avPairs[y] = (Vec8)LoadBytes16(pu8Src + y * srcPitch);
+    const auto last = [=](int y) { return (int16_t)pu8Src[16 + y * srcPitch]; };
+    av[19] = Column{last(0), last(1), last(2), last(3), last(4), last(5), last(6), last(7)};
     Transpose8x8(avPairs);
     for (int i = 0; i < 2; i++) {
         av[3 + 2 * i] = EvenBytes((Bytes16)avPairs[i]);
@@ -59,91 +63,104 @@ MP4V_VEC void FilterEightRows16(uint8_t* __restrict pu8Dst, const uint8_t* __res
         }
         if (i == 6) av[20] = av[19], av[21] = av[18];
         if (i == 7) av[22] = av[17];
-        const Bytes16 v = NarrowClipShifted<5>(Filter(av + 2 * i, vBias), Filter(av + 2 * i + 1, vBias));
+        const Bytes16 v = NarrowClipShifted<5>(WeighTaps(av + 2 * i, tFactors), WeighTaps(av + 2 * i + 1, tFactors));
         avPairs[i] = (Vec8)ZipLow8(v, HighHalf(v));
     }
     Transpose8x8(avPairs);
     for (int y = 0; y < 8; y++) {
         Bytes16 v = (Bytes16)avPairs[y];
         if (kBlend != Blend::kNone)
-            v = Average(v, LoadBytes16(pu8Src + y * srcPitch + (kBlend == Blend::kAfter)), vDown);
+            v = Average<kDown>(v, LoadBytes16(pu8Src + y * srcPitch + (kBlend == Blend::kAfter)));
         StoreBytes16(pu8Dst + y * dstPitch, v);
     }
 }
 
-template <int kWidth, Blend kBlend>
+template <int kWidth, Blend kBlend, bool kDown>
 MP4V_VEC void HorzPass(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, int32_t s32Rows,
                        ptrdiff_t dstPitch, ptrdiff_t srcPitch, uint32_t u32Rounding) {
-    const Vec8 vBias = Vec8{} + (int16_t)(16 - (int32_t)u32Rounding);
-    const Bytes16 vDown = Bytes16{} + (uint8_t)u32Rounding;
-    for (; kWidth == 16 && s32Rows >= 8; s32Rows -= 8) {
-        FilterEightRows16<kBlend>(pu8Dst, pu8Src, dstPitch, srcPitch, vBias, vDown);
-        pu8Dst += 8 * dstPitch;
-        pu8Src += 8 * srcPitch;
+    const TapFactors tFactors(u32Rounding);
+    if constexpr (kWidth > kTapSamples) {
+        for (; s32Rows >= 8; s32Rows -= 8) {
+            FilterEightRows16<kBlend, kDown>(pu8Dst, pu8Src, dstPitch, srcPitch, tFactors);
+            pu8Dst += 8 * dstPitch;
+            pu8Src += 8 * srcPitch;
+        }
     }
     for (; s32Rows > 0; s32Rows--) {
-        Bytes16 v = FilterRow<kWidth>(pu8Src, vBias);
-        if (kBlend != Blend::kNone) {
-            const uint8_t* pu8Full = pu8Src + (kBlend == Blend::kAfter);
-            v = Average(v, kWidth == 16 ? LoadBytes16(pu8Full) : LoadBytes8(pu8Full), vDown);
-        }
-        kWidth == 16 ? StoreBytes16(pu8Dst, v) : StoreBytes8(pu8Dst, v);
+        Bytes16 v = FilterRow<kWidth>(pu8Src, tFactors);
+        if (kBlend != Blend::kNone) v = Average<kDown>(v, Load<kWidth>(pu8Src + (kBlend == Blend::kAfter)));
+        Store<kWidth>(pu8Dst, v);
         pu8Dst += dstPitch;
         pu8Src += srcPitch;
     }
 }
 
-template <int kRows, Blend kBlend>
-MP4V_VEC void FilterColumns8(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t dstPitch,
-                             ptrdiff_t srcPitch, Vec8 vBias, Bytes16 vDown) {
-    Vec8 av[kRows + 7];  // av[3] is row 0; three mirrored rows at each end
-    for (int y = 0; y < 4; y++) av[3 + y] = LoadU8(pu8Src + y * srcPitch);
-    for (int y = 0; y < 3; y++) av[2 - y] = av[3 + y];
+// Rows are loaded as late as possible, which the destination, being no __restrict, keeps compilers from undoing: that
+// is how the taps stay within the registers.
+template <int kColumns, int kRows, Blend kBlend, bool kDown>
+MP4V_VEC void FilterColumns(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t dstPitch, ptrdiff_t srcPitch,
+                            const TapFactors& tFactors) {
+    const RowOffsets tDst(dstPitch), tSrc(srcPitch);
+    Bytes16 av[kRows + 1];
+    Tap at[kRows + 7];  // at[3] is row 0; three mirrored rows at each end
+    for (int y = 0; y < 4; y++) av[y] = Load<kColumns>(pu8Src + tSrc[y]), at[3 + y] = TapOf(av[y]);
+    for (int y = 0; y < 3; y++) at[2 - y] = at[3 + y];
 #pragma GCC unroll 16  // the taps move on by renaming instead of by copying
     for (int y = 0; y < kRows; y++) {
-        // As late as possible, to stay within the registers.
-        av[y + 7] = y + 4 <= kRows ? LoadU8(pu8Src + (y + 4) * srcPitch) : av[2 * kRows - y];
-        const Vec8 vWide = Filter(av + y, vBias);
-        Bytes16 v = NarrowClipShifted<5>(vWide, vWide);
-        if (kBlend != Blend::kNone)
-            v = Average(v, LoadBytes8(pu8Src + (y + (kBlend == Blend::kAfter)) * srcPitch), vDown);
-        StoreBytes8(pu8Dst + y * dstPitch, v);
+        if (y % 4 == 0) pu8Src += tSrc.four;
+        if (y + 4 <= kRows) av[y + 4] = Load<kColumns>(pu8Src + tSrc[y % 4]);
+        at[y + 7] = y + 4 <= kRows ? TapOf(av[y + 4]) : at[2 * kRows - y];
+        Bytes16 v = FilterTaps<kColumns>(at + y, tFactors);
+        if (kBlend != Blend::kNone) v = Average<kDown>(v, av[y + (kBlend == Blend::kAfter)]);
+        Store<kColumns>(pu8Dst + tDst[y % 4], v);
+        if (y % 4 == 3) pu8Dst += tDst.four;
     }
 }
 
 // Fewer than eight columns go through a block of their own, so that nothing beside them is touched.
-template <int kRows, Blend kBlend>
+template <int kRows, Blend kBlend, bool kDown>
 __attribute__((noinline, cold)) void FilterFewColumns(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src,
                                                       size_t columns, ptrdiff_t dstPitch, ptrdiff_t srcPitch,
-                                                      Vec8 vBias, Bytes16 vDown) {
+                                                      uint32_t u32Rounding) {
     uint8_t au8Src[(kRows + 1) * 8] = {};
     uint8_t au8Dst[kRows * 8];
     for (int y = 0; y <= kRows; y++) memcpy(au8Src + 8 * y, pu8Src + y * srcPitch, columns);
-    FilterColumns8<kRows, kBlend>(au8Dst, au8Src, 8, 8, vBias, vDown);
+    FilterColumns<8, kRows, kBlend, kDown>(au8Dst, au8Src, 8, 8, TapFactors(u32Rounding));
     for (int y = 0; y < kRows; y++) memcpy(pu8Dst + y * dstPitch, au8Dst + 8 * y, columns);
 }
 
-template <int kRows, Blend kBlend>
-MP4V_VEC void VertPass(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, int32_t s32Columns,
-                       ptrdiff_t dstPitch, ptrdiff_t srcPitch, uint32_t u32Rounding) {
-    const Vec8 vBias = Vec8{} + (int16_t)(16 - (int32_t)u32Rounding);
-    const Bytes16 vDown = Bytes16{} + (uint8_t)u32Rounding;
+template <int kRows, Blend kBlend, bool kDown>
+MP4V_VEC void VertPass(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Columns, ptrdiff_t dstPitch,
+                       ptrdiff_t srcPitch, uint32_t u32Rounding) {
+    const TapFactors tFactors(u32Rounding);
+    // As many columns as rows in every call by the decoder.
+    if constexpr (kRows == kTapSamples) {
+        for (; s32Columns >= kRows; s32Columns -= kRows) {
+            FilterColumns<kRows, kRows, kBlend, kDown>(pu8Dst, pu8Src, dstPitch, srcPitch, tFactors);
+            pu8Dst += kRows;
+            pu8Src += kRows;
+        }
+    }
     for (; s32Columns >= 8; s32Columns -= 8) {
-        FilterColumns8<kRows, kBlend>(pu8Dst, pu8Src, dstPitch, srcPitch, vBias, vDown);
+        FilterColumns<8, kRows, kBlend, kDown>(pu8Dst, pu8Src, dstPitch, srcPitch, tFactors);
         pu8Dst += 8;
         pu8Src += 8;
     }
     if (s32Columns > 0)
-        FilterFewColumns<kRows, kBlend>(pu8Dst, pu8Src, (size_t)s32Columns, dstPitch, srcPitch, vBias, vDown);
+        FilterFewColumns<kRows, kBlend, kDown>(pu8Dst, pu8Src, (size_t)s32Columns, dstPitch, srcPitch, u32Rounding);
 }
 
 }  // namespace
 
+// The rounding type is constant where it decides about an average.
 // NOLINTBEGIN(bugprone-macro-parentheses): a template is named
 #define MP4V_QPEL_KERNEL(Name, Body, kSize, kBlend)                                                               \
     void Name(uint8_t* pu8Dst, const uint8_t* pu8Src, int32_t s32Count, int32_t s32DstPitch, int32_t s32SrcPitch, \
               uint32_t u32Rounding) {                                                                             \
-        Body<kSize, Blend::kBlend>(pu8Dst, pu8Src, s32Count, s32DstPitch, s32SrcPitch, u32Rounding);              \
+        if (Blend::kBlend != Blend::kNone && u32Rounding)                                                         \
+            Body<kSize, Blend::kBlend, true>(pu8Dst, pu8Src, s32Count, s32DstPitch, s32SrcPitch, 1);              \
+        else                                                                                                      \
+            Body<kSize, Blend::kBlend, false>(pu8Dst, pu8Src, s32Count, s32DstPitch, s32SrcPitch, u32Rounding);   \
     }
 // NOLINTEND(bugprone-macro-parentheses)
 

@@ -251,6 +251,16 @@ MP4V_VEC Bytes16 NarrowClipShifted(Vec8 vLow, Vec8 vHigh) {
 #endif
 }
 
+// v >> kShift, clipped to [0, 255], into bytes 0..7.
+template <int kShift>
+MP4V_VEC Bytes16 NarrowClipShifted(Vec8 v) {
+#if MP4V_VEC_NEON
+    return (Bytes16)vcombine_u8(vqshrun_n_s16((int16x8_t)v, kShift), vcreate_u8(0));
+#else
+    return NarrowClip(v >> kShift, v >> kShift);
+#endif
+}
+
 // |a|, of -32768 that is 32767.
 MP4V_VEC Vec8 Magnitude(Vec8 a) {
 #if MP4V_VEC_SSE2
@@ -392,25 +402,6 @@ MP4V_VEC Vec8 MulRound15(Vec8 a) {
 #endif
 }
 
-// 20 * vInner - 6 * vNext + 3 * vThird - vOuter + vBias. No part of it may pass 16 bits.
-MP4V_VEC Vec8 WeighTaps(Vec8 vInner, Vec8 vNext, Vec8 vThird, Vec8 vOuter, Vec8 vBias) {
-#if MP4V_VEC_NEON
-    // Hidden, because the small factors would be taken apart into shifts and additions.
-    int16x8_t v20 = vdupq_n_s16(20), v6 = vdupq_n_s16(6), v3 = vdupq_n_s16(3);
-    __asm__("" : "+w"(v20), "+w"(v6), "+w"(v3));
-    int16x8_t v = vmlaq_s16((int16x8_t)(vBias - vOuter), (int16x8_t)vInner, v20);
-    v = vmlaq_s16(v, (int16x8_t)vThird, v3);
-    return (Vec8)vmlsq_s16(v, (int16x8_t)vNext, v6);
-#elif MP4V_VEC_SSE2
-    __m128i v20 = _mm_set1_epi16(20), v3 = _mm_set1_epi16(3);
-    __asm__("" : "+x"(v20), "+x"(v3));
-    const Vec8 vFar = (Vec8)_mm_mullo_epi16((__m128i)(vThird - vNext - vNext), v3);
-    return (Vec8)_mm_mullo_epi16((__m128i)vInner, v20) + vFar - vOuter + vBias;
-#else
-    return vInner * 20 + (vThird - vNext - vNext) * 3 - vOuter + vBias;
-#endif
-}
-
 // (a + b + 1) >> 1
 MP4V_VEC Bytes16 AverageUp(Bytes16 a, Bytes16 b) {
 #if MP4V_VEC_SSE2
@@ -422,11 +413,6 @@ MP4V_VEC Bytes16 AverageUp(Bytes16 a, Bytes16 b) {
 #endif
 }
 
-// (a + b + 1 - vDown) >> 1, vDown 0 or 1 in every byte.
-MP4V_VEC Bytes16 Average(Bytes16 a, Bytes16 b, Bytes16 vDown) {
-    return AverageUp(a, b) - ((a ^ b) & vDown);
-}
-
 // (a + b + 1 - kDown) >> 1
 template <bool kDown>
 MP4V_VEC Bytes16 Average(Bytes16 a, Bytes16 b) {
@@ -434,7 +420,7 @@ MP4V_VEC Bytes16 Average(Bytes16 a, Bytes16 b) {
 #if MP4V_VEC_NEON
     return (Bytes16)vhaddq_u8((uint8x16_t)a, (uint8x16_t)b);
 #else
-    return Average(a, b, Bytes16{} + 1);
+    return ~AverageUp(~a, ~b);
 #endif
 }
 
@@ -526,6 +512,16 @@ MP4V_VEC Bytes16 MirrorStart(const uint8_t* pu8) {
 #endif
 }
 
+// The same of 16 bytes: s2 s1 s0 s0 .. s12.
+MP4V_VEC Bytes16 MirrorStart16(const uint8_t* pu8) {
+#if MP4V_VEC_NEON
+    const uint8x16_t vFrom = vcombine_u8(vcreate_u8(0x0403020100000102), vcreate_u8(0x0C0B0A0908070605));
+    return (Bytes16)vqtbl1q_u8(vld1q_u8(pu8), vFrom);
+#else
+    return JoinLow(MirrorStart(pu8), LoadBytes8(pu8 + 5));
+#endif
+}
+
 // Eight bytes s0..s7 that end a row: s4 s5 s6 s7 s7 s6 s5 s4.
 MP4V_VEC Bytes16 MirrorEnd(const uint8_t* pu8) {
     const Bytes16 v = LoadBytes8(pu8);
@@ -537,6 +533,91 @@ MP4V_VEC Bytes16 MirrorEnd(const uint8_t* pu8) {
 #else
     return __builtin_shufflevector(v, v, 4, 5, 6, 7, 7, 6, 5, 4, 8, 8, 8, 8, 8, 8, 8, 8);
 #endif
+}
+
+// ---- The filter of quarter-sample prediction: taps -1 3 -6 20 20 -6 3 -1
+
+#if MP4V_VEC_NEON
+typedef Bytes16 Tap;  // the samples that a tap meets; half of them where eight columns are filtered
+#else
+typedef Vec8 Tap;
+#endif
+constexpr int kTapSamples = sizeof(Tap) / sizeof(Tap{}[0]);
+
+// The first samples of v.
+MP4V_VEC Tap TapOf(Bytes16 v) {
+#if MP4V_VEC_NEON
+    return v;
+#else
+    return Widen<0>(v);
+#endif
+}
+
+// The samples from kFirst on, kFirst < 8, of vLow and then vHigh.
+template <int kFirst>
+MP4V_VEC Tap TapOf(Bytes16 vLow, Bytes16 vHigh) {
+#if MP4V_VEC_NEON
+    return (Bytes16)vextq_u8((uint8x16_t)vLow, (uint8x16_t)vHigh, kFirst);
+#else
+    (void)vHigh;
+    return Widen<kFirst>(vLow);
+#endif
+}
+
+// The factors, hidden from the compiler, which would take small ones apart into shifts and additions, and half of the
+// divisor, less for rounding type 1.
+struct TapFactors {
+    Vec8 vBias;
+#if MP4V_VEC_NEON
+    Vec8 v;  // 20, 6, 3
+
+    explicit MP4V_VEC_MEMBER TapFactors(uint32_t u32Rounding) : vBias(Vec8{} + (int16_t)(16 - (int32_t)u32Rounding)) {
+        Vec8 vHidden = {20, 6, 3};
+        __asm__("" : "+w"(vHidden));
+        v = vHidden;
+    }
+#else
+    Vec8 v20, v3;
+
+    explicit MP4V_VEC_MEMBER TapFactors(uint32_t u32Rounding)
+        : vBias(Vec8{} + (int16_t)(16 - (int32_t)u32Rounding)), v20(Vec8{} + 20), v3(Vec8{} + 3) {
+#if MP4V_VEC_SSE2
+        __asm__("" : "+x"(v20), "+x"(v3));
+#endif
+    }
+#endif
+};
+
+// 32 times the samples between the fourth and the fifth of eight taps, in [-3570, 11746], and the bias: the first eight
+// (kHigh: the last eight).
+template <bool kHigh = false>
+MP4V_VEC Vec8 WeighTaps(const Tap* pt, const TapFactors& t) {
+#if MP4V_VEC_NEON
+    const auto sum = [pt](int a, int b) {
+        const uint8x16_t vA = (uint8x16_t)pt[a], vB = (uint8x16_t)pt[b];
+        return (int16x8_t)(kHigh ? vaddl_high_u8(vA, vB) : vaddl_u8(vget_low_u8(vA), vget_low_u8(vB)));
+    };
+    const auto less = [pt](uint16x8_t v, int a) {
+        return kHigh ? vsubw_high_u8(v, (uint8x16_t)pt[a]) : vsubw_u8(v, vget_low_u8((uint8x16_t)pt[a]));
+    };
+    const int16x8_t vFactors = (int16x8_t)t.v;
+    int16x8_t v = (int16x8_t)less(less((uint16x8_t)t.vBias, 0), 7);
+    v = vmlaq_laneq_s16(v, sum(3, 4), vFactors, 0);
+    v = vmlsq_laneq_s16(v, sum(2, 5), vFactors, 1);
+    return (Vec8)vmlaq_laneq_s16(v, sum(1, 6), vFactors, 2);
+#else
+    const Vec8 vNext = pt[2] + pt[5];
+    const Vec8 vFar = (pt[1] + pt[6] - vNext - vNext) * t.v3;
+    return (pt[3] + pt[4]) * t.v20 + vFar - (pt[0] + pt[7]) + t.vBias;
+#endif
+}
+
+// The samples between the fourth and the fifth of eight taps. kSamples: 8, or kTapSamples.
+template <int kSamples>
+MP4V_VEC Bytes16 FilterTaps(const Tap* pt, const TapFactors& t) {
+    const Vec8 vLow = WeighTaps(pt, t);
+    if (kSamples == 8) return NarrowClipShifted<5>(vLow);
+    return NarrowClipShifted<5>(vLow, WeighTaps<true>(pt, t));
 }
 
 #endif  // MP4VDEC_SOURCE_C_VEC_H_
