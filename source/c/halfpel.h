@@ -51,20 +51,18 @@ MP4V_VEC void MeanOfRows(uint8_t* __restrict pu8Dst, const uint8_t* __restrict p
     }
 }
 
-// The mean of each sample, its right neighbour and the two below. In 8 columns: sums of 16 bits.
+// The mean of each sample, its right neighbour and the two below.
 template <int kRows, bool kDown>
 MP4V_VEC void MeanOfFour8(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t pitch) {
     const RowOffsets t(pitch);
-    const Vec8 vBias = Vec8{} + (int16_t)(2 - kDown);
-    Vec8 vAbove = SumU8(pu8Src, pu8Src + 1) + vBias;
+    Vec8 vAbove = SumU8(pu8Src, pu8Src + 1);
     pu8Src += pitch;
 #pragma GCC unroll 4
     for (int y = 0; y < kRows; y += 4) {
         const uint8_t* pu8Right = pu8Src + 1;
         for (int i = 0; i < 4; i++) {
-            Vec8 vBelow = SumU8(pu8Src + t[i], pu8Right + t[i]);
-            if (i % 2) vBelow += vBias;  // in every other row, so that each sum has it once
-            StoreBytes8(pu8Dst + t[i], NarrowShifted<2>(vAbove + vBelow));
+            const Vec8 vBelow = SumU8(pu8Src + t[i], pu8Right + t[i]);
+            StoreBytes8(pu8Dst + t[i], MeanOfSums<kDown>(vAbove, vBelow));
             vAbove = vBelow;
         }
         pu8Dst += t.four;
@@ -72,32 +70,47 @@ MP4V_VEC void MeanOfFour8(uint8_t* __restrict pu8Dst, const uint8_t* __restrict 
     }
 }
 
-// In 16 columns a mean of two means: the inner ones round like the result should, and the outer one errs by one exactly
-// where its own last bit is set and some (rounding up) or no (rounding down) inner mean was inexact.
 template <int kRows, bool kDown>
 MP4V_VEC void MeanOfFour16(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8Src, ptrdiff_t pitch) {
     const RowOffsets t(pitch);
-    const Bytes16 vFlip = Bytes16{} - (uint8_t)kDown;  // all ones when rounding down
-    Bytes16 vLeft = LoadBytes16(pu8Src);
-    Bytes16 vRight = LoadBytes16(pu8Src + 1);
-    Bytes16 vAbove = Average<kDown>(vLeft, vRight);
-    Bytes16 vAboveInexact = vLeft ^ vRight;
+    Pairs tAbove = PairsOf(LoadBytes16(pu8Src), LoadBytes16(pu8Src + 1));
     pu8Src += pitch;
 #pragma GCC unroll 4
     for (int y = 0; y < kRows; y += 4) {
         const uint8_t* pu8Right = pu8Src + 1;
         for (int i = 0; i < 4; i++) {
-            vLeft = LoadBytes16(pu8Src + t[i]);
-            vRight = LoadBytes16(pu8Right + t[i]);
-            const Bytes16 vBelow = Average<kDown>(vLeft, vRight);
-            const Bytes16 vBelowInexact = vLeft ^ vRight;
-            const Bytes16 vErrs = (vAbove ^ vBelow) & ((vAboveInexact | vBelowInexact) ^ vFlip) & 1;
-            StoreBytes16(pu8Dst + t[i], AverageUp(vAbove, vBelow) - vErrs);
-            vAbove = vBelow;
-            vAboveInexact = vBelowInexact;
+            const Pairs tBelow = PairsOf(LoadBytes16(pu8Src + t[i]), LoadBytes16(pu8Right + t[i]));
+            StoreBytes16(pu8Dst + t[i], MeanOfPairs<kDown>(tAbove, tBelow));
+            tAbove = tBelow;
         }
         pu8Dst += t.four;
         pu8Src += t.four;
+    }
+}
+
+// Two blocks of 8 columns as one of 16.
+template <int kRows, bool kDown>
+MP4V_VEC void MeanOfFourTwice(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch) {
+    const RowOffsets t(pitch);
+    uint8_t *pu8DstA = apu8Dst[0], *pu8DstB = apu8Dst[1];
+    const uint8_t *pu8A = apu8Src[0], *pu8B = apu8Src[1];
+    const auto pairs = [&](ptrdiff_t at) {
+        return PairsOf(LoadHalves(pu8A + at, pu8B + at), LoadHalves(pu8A + 1 + at, pu8B + 1 + at));
+    };
+    Pairs tAbove = pairs(0);
+    pu8A += pitch;
+    pu8B += pitch;
+#pragma GCC unroll 4
+    for (int y = 0; y < kRows; y += 4) {
+        for (int i = 0; i < 4; i++) {
+            const Pairs tBelow = pairs(t[i]);
+            StoreHalves(pu8DstA + t[i], pu8DstB + t[i], MeanOfPairs<kDown>(tAbove, tBelow));
+            tAbove = tBelow;
+        }
+        pu8DstA += t.four;
+        pu8DstB += t.four;
+        pu8A += t.four;
+        pu8B += t.four;
     }
 }
 
@@ -150,22 +163,29 @@ MP4V_VEC void HalfSample(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch
     }
 }
 
-// Two blocks at once.
-template <int kWidth, int kRows>
-MP4V_VEC void HalfSample(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch,
-                         int32_t s32Phase, uint32_t u32Rounding) {
+// Two blocks of 8 columns.
+template <int kRows>
+MP4V_VEC void HalfSampleTwice(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch,
+                              int32_t s32Phase, uint32_t u32Rounding) {
     switch (s32Phase) {
         case 0:
-            for (int i = 0; i < 2; i++) CopyRows<kWidth, kRows>(apu8Src[i], pitch, apu8Dst[i], pitch);
+            for (int i = 0; i < 2; i++) CopyRows<8, kRows>(apu8Src[i], pitch, apu8Dst[i], pitch);
             return;
         case 1:
-            for (int i = 0; i < 2; i++) HalfV<kWidth, kRows>(apu8Dst[i], apu8Src[i], pitch, u32Rounding);
+            for (int i = 0; i < 2; i++) HalfV<8, kRows>(apu8Dst[i], apu8Src[i], pitch, u32Rounding);
             return;
         case 2:
-            for (int i = 0; i < 2; i++) HalfH<kWidth, kRows>(apu8Dst[i], apu8Src[i], pitch, u32Rounding);
+            for (int i = 0; i < 2; i++) HalfH<8, kRows>(apu8Dst[i], apu8Src[i], pitch, u32Rounding);
             return;
         default:
-            for (int i = 0; i < 2; i++) HalfHV<kWidth, kRows>(apu8Dst[i], apu8Src[i], pitch, u32Rounding);
+            if (kHalvesAreEasy) {
+                if (u32Rounding)
+                    MeanOfFourTwice<kRows, true>(apu8Dst, apu8Src, pitch);
+                else
+                    MeanOfFourTwice<kRows, false>(apu8Dst, apu8Src, pitch);
+            } else {
+                for (int i = 0; i < 2; i++) HalfHV<8, kRows>(apu8Dst[i], apu8Src[i], pitch, u32Rounding);
+            }
     }
 }
 

@@ -103,6 +103,32 @@ MP4V_VEC void StoreBytes8(uint8_t* pu8, Bytes16 v) {
 #endif
 }
 
+// Two places that are loaded into, and stored from, the halves of a vector as easily as one place from a whole one.
+#if MP4V_VEC_SSE2
+constexpr bool kHalvesAreEasy = true;
+#else
+constexpr bool kHalvesAreEasy = false;
+#endif
+
+MP4V_VEC Bytes16 LoadHalves(const uint8_t* pu8Low, const uint8_t* pu8High) {
+#if MP4V_VEC_SSE2
+    const __m128 v = _mm_castsi128_ps((__m128i)LoadBytes8(pu8Low));
+    return (Bytes16)_mm_castps_si128(_mm_loadh_pi(v, reinterpret_cast<const __m64*>(pu8High)));
+#else
+    const Bytes16 vLow = LoadBytes8(pu8Low), vHigh = LoadBytes8(pu8High);
+    return __builtin_shufflevector(vLow, vHigh, 0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23);
+#endif
+}
+
+MP4V_VEC void StoreHalves(uint8_t* pu8Low, uint8_t* pu8High, Bytes16 v) {
+    StoreBytes8(pu8Low, v);
+#if MP4V_VEC_SSE2
+    _mm_storeh_pi(reinterpret_cast<__m64*>(pu8High), _mm_castsi128_ps((__m128i)v));
+#else
+    StoreBytes8(pu8High, __builtin_shufflevector(v, v, 8, 9, 10, 11, 12, 13, 14, 15, 8, 9, 10, 11, 12, 13, 14, 15));
+#endif
+}
+
 // ---- Between bytes and 16-bit lanes
 
 // Bytes kFirst .. kFirst + 7, kFirst <= 8, widened.
@@ -421,6 +447,55 @@ MP4V_VEC Bytes16 Average(Bytes16 a, Bytes16 b) {
     return (Bytes16)vhaddq_u8((uint8x16_t)a, (uint8x16_t)b);
 #else
     return ~AverageUp(~a, ~b);
+#endif
+}
+
+// (a + b + 2 - kDown) >> 2 of sums of two samples, into bytes 0..7.
+template <bool kDown>
+MP4V_VEC Bytes16 MeanOfSums(Vec8 a, Vec8 b) {
+#if MP4V_VEC_SSE2
+    if (kDown) return NarrowShifted<1>((Vec8)_mm_avg_epu16((__m128i)a, (__m128i)b));
+#elif MP4V_VEC_NEON
+    const uint16x8_t vA = (uint16x8_t)a, vB = (uint16x8_t)b;
+    return (Bytes16)vcombine_u8(kDown ? vshrn_n_u16(vrhaddq_u16(vA, vB), 1) : vrshrn_n_u16(vaddq_u16(vA, vB), 2),
+                                vcreate_u8(0));
+#endif
+    return NarrowShifted<2>(a + b + (int16_t)(2 - kDown));
+}
+
+// What 16 pairs of samples contribute to means of two pairs each: their sums, or their means, rounded up, and in the
+// last bits whether those are inexact.
+struct Pairs {
+#if MP4V_VEC_NEON
+    Vec8 vLow, vHigh;
+#else
+    Bytes16 vMean, vInexact;
+#endif
+};
+
+MP4V_VEC Pairs PairsOf(Bytes16 a, Bytes16 b) {
+#if MP4V_VEC_NEON
+    const uint8x16_t vA = (uint8x16_t)a, vB = (uint8x16_t)b;
+    return {(Vec8)vaddl_u8(vget_low_u8(vA), vget_low_u8(vB)), (Vec8)vaddl_high_u8(vA, vB)};
+#else
+    return {AverageUp(a, b), a ^ b};
+#endif
+}
+
+// (sum of the pairs + 2 - kDown) >> 2
+template <bool kDown>
+MP4V_VEC Bytes16 MeanOfPairs(Pairs a, Pairs b) {
+#if MP4V_VEC_NEON
+    const uint16x8_t vA = (uint16x8_t)a.vHigh, vB = (uint16x8_t)b.vHigh;
+    const uint8x8_t vLow = vget_low_u8((uint8x16_t)MeanOfSums<kDown>(a.vLow, b.vLow));
+    return (Bytes16)(kDown ? vshrn_high_n_u16(vLow, vrhaddq_u16(vA, vB), 1)
+                           : vrshrn_high_n_u16(vLow, vaddq_u16(vA, vB), 2));
+#else
+    // The mean of the means is too high by one, rounding up: where it is inexact, and so is one of them; rounding
+    // down: where it is inexact, or both of them are.
+    const Bytes16 vDiffer = a.vMean ^ b.vMean;
+    const Bytes16 vErrs = kDown ? vDiffer | (a.vInexact & b.vInexact) : vDiffer & (a.vInexact | b.vInexact);
+    return AverageUp(a.vMean, b.vMean) - (vErrs & 1);
 #endif
 }
 

@@ -378,7 +378,7 @@ struct PortableKernels {
     }
     static MP4V_INLINE void Chroma8x8(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch,
                                       int32_t s32Phase, uint32_t u32Rounding) {
-        HalfSample<8, 8>(apu8Dst, apu8Src, pitch, s32Phase, u32Rounding);
+        HalfSampleTwice<8>(apu8Dst, apu8Src, pitch, s32Phase, u32Rounding);
     }
     static MP4V_INLINE void Luma16x8(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch, int32_t s32Phase,
                                      uint32_t u32Rounding) {
@@ -386,7 +386,7 @@ struct PortableKernels {
     }
     static MP4V_INLINE void Chroma8x4(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch,
                                       int32_t s32Phase, uint32_t u32Rounding) {
-        HalfSample<8, 4>(apu8Dst, apu8Src, pitch, s32Phase, u32Rounding);
+        HalfSampleTwice<4>(apu8Dst, apu8Src, pitch, s32Phase, u32Rounding);
     }
 };
 
