@@ -7,20 +7,30 @@
 
 #include "c/vec.h"
 
-// Fills an output row between two top-field rows. Weaves the bottom-field row in when it differs no more from its
-// neighbours than each field's rows differ among themselves; otherwise something moved, and the neighbours' mean is
-// shown instead. pu8NextBottom: the following bottom-field row. Returns 1 when it interpolated.
-MP4V_VEC uint32_t WeaveOrInterpolate8(uint8_t* pu8Dst, const uint8_t* pu8Above, const uint8_t* pu8Below,
-                                      const uint8_t* pu8Bottom, const uint8_t* pu8NextBottom) {
-    const Bytes16 vAbove = LoadBytes8(pu8Above);
-    const Bytes16 vBelow = LoadBytes8(pu8Below);
-    const Bytes16 vBottom = LoadBytes8(pu8Bottom);
-    const Bytes16 vNextBottom = LoadBytes8(pu8NextBottom);
-    const uint32_t u32Within = SumAbsDiff(JoinLow(vAbove, vBottom), JoinLow(vBelow, vNextBottom));
-    const uint32_t u32Between = SumAbsDiff(JoinLow(vAbove, vBelow), JoinLow(vBottom, vBottom));
-    const bool bInterpolate = u32Between > u32Within;
-    StoreBytes8(pu8Dst, bInterpolate ? AverageUp(vAbove, vBelow) : vBottom);
-    return bInterpolate;
+// Samples between two top-field rows. Weaves the bottom-field row in where eight of its samples differ no more from
+// their neighbours than each field's rows differ among themselves; otherwise something moved, and the neighbours' mean
+// is shown instead. vNextBottom: the following bottom-field row. vInterpolated: all ones where it interpolated.
+MP4V_VEC Bytes16 WeaveOrInterpolate(Bytes16 vAbove, Bytes16 vBelow, Bytes16 vBottom, Bytes16 vNextBottom,
+                                    Bytes16& vInterpolated) {
+    const Vec8 vWithin = SumsOfDiffs(vAbove, vBelow) + SumsOfDiffs(vBottom, vNextBottom);
+    const Vec8 vBetween = SumsOfDiffs(vAbove, vBottom) + SumsOfDiffs(vBelow, vBottom);
+    vInterpolated = HalvesAbove0(vBetween - vWithin);
+    return Select(vInterpolated, AverageUp(vAbove, vBelow), vBottom);
+}
+
+// kWidth: 16, or 8 for the low halves. Returns where it interpolated.
+template <int kWidth>
+MP4V_VEC Bytes16 WeaveOrInterpolate(uint8_t* pu8Dst, const uint8_t* pu8Above, const uint8_t* pu8Below,
+                                    const uint8_t* pu8Bottom, const uint8_t* pu8NextBottom) {
+    Bytes16 vInterpolated;
+    if (kWidth == 16) {
+        StoreBytes16(pu8Dst, WeaveOrInterpolate(LoadBytes16(pu8Above), LoadBytes16(pu8Below), LoadBytes16(pu8Bottom),
+                                                LoadBytes16(pu8NextBottom), vInterpolated));
+    } else {
+        StoreBytes8(pu8Dst, WeaveOrInterpolate(LoadBytes8(pu8Above), LoadBytes8(pu8Below), LoadBytes8(pu8Bottom),
+                                               LoadBytes8(pu8NextBottom), vInterpolated));
+    }
+    return vInterpolated;
 }
 
 #endif  // MP4VDEC_SOURCE_C_DEINTERLACE_H_

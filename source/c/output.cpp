@@ -12,9 +12,13 @@ void Deinterlacing_c(const uint8_t* pu8Top, int32_t s32TopPitch, const uint8_t* 
     for (int32_t i = s32Height / 2 - 1; i > 0; i--) {
         uint8_t* const pu8Odd = pu8Dst + width;
         memcpy(pu8Dst, pu8Top, (size_t)width);
-        for (ptrdiff_t x = 0; x + 8 <= width; x += 8)
-            WeaveOrInterpolate8(pu8Odd + x, pu8Top + x, pu8Top + topPitch + x, pu8Bottom + x,
-                                pu8Bottom + bottomPitch + x);
+        ptrdiff_t x = 0;
+        for (; x + 16 <= width; x += 16)
+            WeaveOrInterpolate<16>(pu8Odd + x, pu8Top + x, pu8Top + topPitch + x, pu8Bottom + x,
+                                   pu8Bottom + bottomPitch + x);
+        if (x + 8 <= width)
+            WeaveOrInterpolate<8>(pu8Odd + x, pu8Top + x, pu8Top + topPitch + x, pu8Bottom + x,
+                                  pu8Bottom + bottomPitch + x);
         pu8Top += topPitch;
         pu8Bottom += bottomPitch;
         pu8Dst += 2 * width;

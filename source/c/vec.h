@@ -499,17 +499,35 @@ MP4V_VEC Bytes16 MeanOfPairs(Pairs a, Pairs b) {
 #endif
 }
 
-// Sum of |a - b| over the 16 bytes.
-MP4V_VEC uint32_t SumAbsDiff(Bytes16 a, Bytes16 b) {
+// Lanes of [0, 2040] whose sum, in each half of the vector, is that of |a - b| over the half's bytes.
+MP4V_VEC Vec8 SumsOfDiffs(Bytes16 a, Bytes16 b) {
 #if MP4V_VEC_SSE2
-    const __m128i vSums = _mm_sad_epu8((__m128i)a, (__m128i)b);
-    return (uint32_t)(_mm_cvtsi128_si32(vSums) + _mm_extract_epi16(vSums, 4));
+    return (Vec8)_mm_sad_epu8((__m128i)a, (__m128i)b);
 #elif MP4V_VEC_NEON
-    return vaddlvq_u8(vabdq_u8((uint8x16_t)a, (uint8x16_t)b));
+    return (Vec8)vpaddlq_u8(vabdq_u8((uint8x16_t)a, (uint8x16_t)b));
 #else
-    uint32_t u32Sum = 0;
-    for (int i = 0; i < 16; i++) u32Sum += (uint32_t)(a[i] > b[i] ? a[i] - b[i] : b[i] - a[i]);
-    return u32Sum;
+    Vec8 v = {};
+    for (int i = 0; i < 16; i++) v[i / 8 * 4] = (int16_t)(v[i / 8 * 4] + (a[i] > b[i] ? a[i] - b[i] : b[i] - a[i]));
+    return v;
+#endif
+}
+
+// All ones in the halves where the lanes' sum, of lanes made of SumsOfDiffs, is above 0.
+MP4V_VEC Bytes16 HalvesAbove0(Vec8 v) {
+#if MP4V_VEC_NEON
+    return (Bytes16)vcgtzq_s64(vpaddlq_s32(vpaddlq_s16((int16x8_t)v)));
+#else
+    const Vec8 vAbove = (Vec8)(v > 0);  // only the first lane of a half is not 0
+    return (Bytes16)__builtin_shufflevector(vAbove, vAbove, 0, 0, 0, 0, 4, 4, 4, 4);
+#endif
+}
+
+// The bits of a where vMask has ones, else those of b.
+MP4V_VEC Bytes16 Select(Bytes16 vMask, Bytes16 a, Bytes16 b) {
+#if MP4V_VEC_NEON
+    return (Bytes16)vbslq_u8((uint8x16_t)vMask, (uint8x16_t)a, (uint8x16_t)b);
+#else
+    return (a & vMask) | (b & ~vMask);
 #endif
 }
 
