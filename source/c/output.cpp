@@ -11,14 +11,16 @@ void Deinterlacing_c(const uint8_t* pu8Top, int32_t s32TopPitch, const uint8_t* 
     const ptrdiff_t topPitch = s32TopPitch, bottomPitch = s32BottomPitch, width = s32Width;
     for (int32_t i = s32Height / 2 - 1; i > 0; i--) {
         uint8_t* const pu8Odd = pu8Dst + width;
-        memcpy(pu8Dst, pu8Top, (size_t)width);
+        const uint8_t* const pu8NextTop = pu8Top + topPitch;
+        const uint8_t* const pu8NextBottom = pu8Bottom + bottomPitch;
         ptrdiff_t x = 0;
-        for (; x + 16 <= width; x += 16)
-            WeaveOrInterpolate<16>(pu8Odd + x, pu8Top + x, pu8Top + topPitch + x, pu8Bottom + x,
-                                   pu8Bottom + bottomPitch + x);
+        for (; x + 16 <= width; x += 16) {
+            StoreBytes16(pu8Dst + x, LoadBytes16(pu8Top + x));
+            WeaveOrInterpolate<16>(pu8Odd + x, pu8Top + x, pu8NextTop + x, pu8Bottom + x, pu8NextBottom + x);
+        }
+        if (x < width) memcpy(pu8Dst + x, pu8Top + x, (size_t)(width - x));
         if (x + 8 <= width)
-            WeaveOrInterpolate<8>(pu8Odd + x, pu8Top + x, pu8Top + topPitch + x, pu8Bottom + x,
-                                  pu8Bottom + bottomPitch + x);
+            WeaveOrInterpolate<8>(pu8Odd + x, pu8Top + x, pu8NextTop + x, pu8Bottom + x, pu8NextBottom + x);
         pu8Top += topPitch;
         pu8Bottom += bottomPitch;
         pu8Dst += 2 * width;

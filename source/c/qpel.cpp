@@ -86,13 +86,19 @@ MP4V_VEC void HorzPass(uint8_t* __restrict pu8Dst, const uint8_t* __restrict pu8
             pu8Src += 8 * srcPitch;
         }
     }
-    for (; s32Rows > 0; s32Rows--) {
-        Bytes16 v = FilterRow<kWidth>(pu8Src, tFactors);
-        if (kBlend != Blend::kNone) v = Average<kDown>(v, Load<kWidth>(pu8Src + (kBlend == Blend::kAfter)));
-        Store<kWidth>(pu8Dst, v);
-        pu8Dst += dstPitch;
-        pu8Src += srcPitch;
+    const auto filter = [&tFactors](const uint8_t* pu8Row) {
+        const Bytes16 v = FilterRow<kWidth>(pu8Row, tFactors);
+        if (kBlend == Blend::kNone) return v;
+        return Average<kDown>(v, Load<kWidth>(pu8Row + (kBlend == Blend::kAfter)));
+    };
+    for (; s32Rows >= 2; s32Rows -= 2) {  // that processors need not wait for the results of one
+        const Bytes16 vFirst = filter(pu8Src), vSecond = filter(pu8Src + srcPitch);
+        Store<kWidth>(pu8Dst, vFirst);
+        Store<kWidth>(pu8Dst + dstPitch, vSecond);
+        pu8Dst += 2 * dstPitch;
+        pu8Src += 2 * srcPitch;
     }
+    if (s32Rows > 0) Store<kWidth>(pu8Dst, filter(pu8Src));
 }
 
 // Rows are loaded as late as possible, which the destination, being no __restrict, keeps compilers from undoing: that
@@ -103,13 +109,17 @@ MP4V_VEC void FilterColumns(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t ds
     const RowOffsets tDst(dstPitch), tSrc(srcPitch);
     Bytes16 av[kRows + 1];
     Tap at[kRows + 7];  // at[3] is row 0; three mirrored rows at each end
-    for (int y = 0; y < 4; y++) av[y] = Load<kColumns>(pu8Src + tSrc[y]), at[3 + y] = TapOf(av[y]);
+    const auto load = [&](int y) {
+        av[y] = Load<kColumns>(pu8Src + tSrc[y % 4]);
+        at[3 + y] = TapOf(av[y]);
+        if (y % 4 == 3) pu8Src += tSrc.four;
+    };
+    for (int y = 0; y < 5; y++) load(y);
     for (int y = 0; y < 3; y++) at[2 - y] = at[3 + y];
 #pragma GCC unroll 16  // the taps move on by renaming instead of by copying
     for (int y = 0; y < kRows; y++) {
-        if (y % 4 == 0) pu8Src += tSrc.four;
-        if (y + 4 <= kRows) av[y + 4] = Load<kColumns>(pu8Src + tSrc[y % 4]);
-        at[y + 7] = y + 4 <= kRows ? TapOf(av[y + 4]) : at[2 * kRows - y];
+        if (y + 5 <= kRows) load(y + 5);
+        if (y + 4 > kRows) at[y + 7] = at[2 * kRows - y];
         Bytes16 v = FilterTaps<kColumns>(at + y, tFactors);
         if (kBlend != Blend::kNone) v = Average<kDown>(v, av[y + (kBlend == Blend::kAfter)]);
         Store<kColumns>(pu8Dst + tDst[y % 4], v);
