@@ -88,31 +88,77 @@ MP4V_VEC void MeanOfFour16(uint8_t* __restrict pu8Dst, const uint8_t* __restrict
     }
 }
 
-// Two blocks of 8 columns as one of 16.
+// ---- Two blocks of 8 columns as one of 16
+
+struct TwoBlocks {
+    uint8_t *pu8DstA, *pu8DstB;
+    const uint8_t *pu8SrcA, *pu8SrcB;
+
+    MP4V_VEC_MEMBER Bytes16 Load(ptrdiff_t at) const { return LoadHalves(pu8SrcA + at, pu8SrcB + at); }
+    MP4V_VEC_MEMBER Bytes16 LoadRight(ptrdiff_t at) const { return LoadHalves(pu8SrcA + 1 + at, pu8SrcB + 1 + at); }
+    MP4V_VEC_MEMBER void Store(ptrdiff_t at, Bytes16 v) const { StoreHalves(pu8DstA + at, pu8DstB + at, v); }
+    MP4V_VEC_MEMBER void MoveSrc(ptrdiff_t by) { pu8SrcA += by, pu8SrcB += by; }
+    MP4V_VEC_MEMBER void MoveDst(ptrdiff_t by) { pu8DstA += by, pu8DstB += by; }
+};
+
 template <int kRows, bool kDown>
-MP4V_VEC void MeanOfFourTwice(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch) {
+MP4V_VEC void MeanOfColumns(TwoBlocks tBlocks, ptrdiff_t pitch) {
     const RowOffsets t(pitch);
-    uint8_t *pu8DstA = apu8Dst[0], *pu8DstB = apu8Dst[1];
-    const uint8_t *pu8A = apu8Src[0], *pu8B = apu8Src[1];
-    const auto pairs = [&](ptrdiff_t at) {
-        return PairsOf(LoadHalves(pu8A + at, pu8B + at), LoadHalves(pu8A + 1 + at, pu8B + 1 + at));
-    };
-    Pairs tAbove = pairs(0);
-    pu8A += pitch;
-    pu8B += pitch;
+#pragma GCC unroll 4
+    for (int y = 0; y < kRows; y += 4) {
+        for (int i = 0; i < 4; i++) tBlocks.Store(t[i], Average<kDown>(tBlocks.Load(t[i]), tBlocks.LoadRight(t[i])));
+        tBlocks.MoveDst(t.four);
+        tBlocks.MoveSrc(t.four);
+    }
+}
+
+template <int kRows, bool kDown>
+MP4V_VEC void MeanOfRows(TwoBlocks tBlocks, ptrdiff_t pitch) {
+    const RowOffsets t(pitch);
+    Bytes16 vAbove = tBlocks.Load(0);
+    tBlocks.MoveSrc(pitch);
 #pragma GCC unroll 4
     for (int y = 0; y < kRows; y += 4) {
         for (int i = 0; i < 4; i++) {
-            const Pairs tBelow = pairs(t[i]);
-            StoreHalves(pu8DstA + t[i], pu8DstB + t[i], MeanOfPairs<kDown>(tAbove, tBelow));
-            tAbove = tBelow;
+            const Bytes16 vBelow = tBlocks.Load(t[i]);
+            tBlocks.Store(t[i], Average<kDown>(vAbove, vBelow));
+            vAbove = vBelow;
         }
-        pu8DstA += t.four;
-        pu8DstB += t.four;
-        pu8A += t.four;
-        pu8B += t.four;
+        tBlocks.MoveDst(t.four);
+        tBlocks.MoveSrc(t.four);
     }
 }
+
+template <int kRows, bool kDown>
+MP4V_VEC void MeanOfFour(TwoBlocks tBlocks, ptrdiff_t pitch) {
+    const RowOffsets t(pitch);
+    Pairs tAbove = PairsOf(tBlocks.Load(0), tBlocks.LoadRight(0));
+    tBlocks.MoveSrc(pitch);
+#pragma GCC unroll 4
+    for (int y = 0; y < kRows; y += 4) {
+        for (int i = 0; i < 4; i++) {
+            const Pairs tBelow = PairsOf(tBlocks.Load(t[i]), tBlocks.LoadRight(t[i]));
+            tBlocks.Store(t[i], MeanOfPairs<kDown>(tAbove, tBelow));
+            tAbove = tBelow;
+        }
+        tBlocks.MoveDst(t.four);
+        tBlocks.MoveSrc(t.four);
+    }
+}
+
+template <int kRows, bool kDown>
+MP4V_VEC void HalfSample(const TwoBlocks& tBlocks, ptrdiff_t pitch, int32_t s32Phase) {
+    switch (s32Phase) {
+        case 1:
+            return MeanOfRows<kRows, kDown>(tBlocks, pitch);
+        case 2:
+            return MeanOfColumns<kRows, kDown>(tBlocks, pitch);
+        default:
+            return MeanOfFour<kRows, kDown>(tBlocks, pitch);
+    }
+}
+
+// ---- By rounding type and phase
 
 // The rounding type is constant in each of the two loops, so that rounding up costs nothing.
 template <int kWidth, int kRows>
@@ -167,25 +213,23 @@ MP4V_VEC void HalfSample(uint8_t* pu8Dst, const uint8_t* pu8Src, ptrdiff_t pitch
 template <int kRows>
 MP4V_VEC void HalfSampleTwice(uint8_t* const (&apu8Dst)[2], const uint8_t* const (&apu8Src)[2], ptrdiff_t pitch,
                               int32_t s32Phase, uint32_t u32Rounding) {
+    if (kHalvesAreEasy && s32Phase != 0) {
+        const TwoBlocks t = {apu8Dst[0], apu8Dst[1], apu8Src[0], apu8Src[1]};
+        return u32Rounding ? HalfSample<kRows, true>(t, pitch, s32Phase) : HalfSample<kRows, false>(t, pitch, s32Phase);
+    }
     switch (s32Phase) {
         case 0:
-            for (int i = 0; i < 2; i++) CopyRows<8, kRows>(apu8Src[i], pitch, apu8Dst[i], pitch);
-            return;
+            CopyRows<8, kRows>(apu8Src[0], pitch, apu8Dst[0], pitch);
+            return CopyRows<8, kRows>(apu8Src[1], pitch, apu8Dst[1], pitch);
         case 1:
-            for (int i = 0; i < 2; i++) HalfV<8, kRows>(apu8Dst[i], apu8Src[i], pitch, u32Rounding);
-            return;
+            HalfV<8, kRows>(apu8Dst[0], apu8Src[0], pitch, u32Rounding);
+            return HalfV<8, kRows>(apu8Dst[1], apu8Src[1], pitch, u32Rounding);
         case 2:
-            for (int i = 0; i < 2; i++) HalfH<8, kRows>(apu8Dst[i], apu8Src[i], pitch, u32Rounding);
-            return;
+            HalfH<8, kRows>(apu8Dst[0], apu8Src[0], pitch, u32Rounding);
+            return HalfH<8, kRows>(apu8Dst[1], apu8Src[1], pitch, u32Rounding);
         default:
-            if (kHalvesAreEasy) {
-                if (u32Rounding)
-                    MeanOfFourTwice<kRows, true>(apu8Dst, apu8Src, pitch);
-                else
-                    MeanOfFourTwice<kRows, false>(apu8Dst, apu8Src, pitch);
-            } else {
-                for (int i = 0; i < 2; i++) HalfHV<8, kRows>(apu8Dst[i], apu8Src[i], pitch, u32Rounding);
-            }
+            HalfHV<8, kRows>(apu8Dst[0], apu8Src[0], pitch, u32Rounding);
+            return HalfHV<8, kRows>(apu8Dst[1], apu8Src[1], pitch, u32Rounding);
     }
 }
 
