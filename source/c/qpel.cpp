@@ -194,16 +194,16 @@ void InterpolateQuarterPel8x8(uint8_t* pu8Dst, const uint8_t* pu8Ref, uint8_t* p
     const uint8_t* pu8Src = pu8Ref + (ptrdiff_t)(s64Row * s32Pitch + s64Column);
     int32_t s32SrcPitch = s32Pitch;
 
-    Mp4vQpelPass* const apfHorz[4] = {nullptr, HorzPassAvg8, HorzPass8, HorzPassAvgUp8};
-    Mp4vQpelPass* const apfVert[4] = {nullptr, VertPassAvg8, VertPass8, VertPassAvgUp8};
-    Mp4vQpelPass* const pfHorz = apfHorz[s32Vx & 3];
-    Mp4vQpelPass* const pfVert = apfVert[s32Vy & 3];
-    if (!pfHorz && !pfVert) return MemCopy8x8(pu8Dst, pu8Src, s32Pitch);
-    if (!pfVert) return pfHorz(pu8Dst, pu8Src, 8, s32Pitch, s32Pitch, u32Rounding);
-    if (pfHorz) {
+    const int32_t s32PhaseX = s32Vx & 3;
+    const int32_t s32PhaseY = s32Vy & 3;
+    if (s32PhaseX == 0 && s32PhaseY == 0) return MemCopy8x8(pu8Dst, pu8Src, s32Pitch);
+    if (s32PhaseX) {
+        Mp4vQpelPass* const pfHorz = s32PhaseX == 1 ? HorzPassAvg8 : s32PhaseX == 2 ? HorzPass8 : HorzPassAvgUp8;
+        if (s32PhaseY == 0) return pfHorz(pu8Dst, pu8Src, 8, s32Pitch, s32Pitch, u32Rounding);
         pfHorz(pu8Scratch, pu8Src, 9, 16, s32Pitch, u32Rounding);
         pu8Src = pu8Scratch;
         s32SrcPitch = 16;
     }
+    Mp4vQpelPass* const pfVert = s32PhaseY == 1 ? VertPassAvg8 : s32PhaseY == 2 ? VertPass8 : VertPassAvgUp8;
     pfVert(pu8Dst, pu8Src, 8, s32Pitch, s32SrcPitch, u32Rounding);
 }
