@@ -345,6 +345,31 @@ TEST(PostProcess, AgreesWithTheModelOnAnySize) {
     CheckAll(cases);
 }
 
+void DeblockElsewhere(uint8_t* edge, int32_t pitch, uint32_t quantiser) {
+    Deblock8x8HorizFast_c(edge, pitch, quantiser);
+}
+void TransposeElsewhere(uint8_t* dst, int32_t dst_pitch, const uint8_t* src, int32_t src_pitch) {
+    Mp4vDecTranspose8x8_c(dst, dst_pitch, src, src_pitch);
+}
+void Transpose16Elsewhere(uint8_t* dst, int32_t dst_pitch, const uint8_t* src, int32_t src_pitch) {
+    Mp4vDecTranspose16x16_c(dst, dst_pitch, src, src_pitch);
+}
+
+// Then macroblocks are deblocked kernel by kernel.
+TEST(PostProcess, AgreesWithTheModelWithAnyOtherDeblockingKernel) {
+    const std::vector<PictureCase> cases = {{64, 64, 0, 2}, {64, 64, 0, 4}, {80, 48, 0, 3}, {24, 40, 0, 4}};
+    {
+        const Replace<decltype(Deblock8x8Horiz)> replace(Deblock8x8Horiz, DeblockElsewhere);
+        CheckAll(cases);
+    }
+    {
+        const Replace<Mp4vTranspose*> replace(Mp4vDecTranspose8x8, TransposeElsewhere);
+        CheckAll(cases);
+    }
+    const Replace<Mp4vTranspose*> replace(Mp4vDecTranspose16x16, Transpose16Elsewhere);
+    CheckAll(cases);
+}
+
 TEST(PostProcess, AgreesWithTheModelOnStackedFieldsOfAnySize) {
     std::vector<PictureCase> cases;
     for (uint32_t width = 1; width <= 60; width++) {

@@ -212,5 +212,19 @@ TEST(ReplacedKernels, GiveTheSameWithOtherCopies) {
     ExpectTheSame(played);
 }
 
+TEST(ReplacedKernels, GiveTheSameWithOtherDeblockingKernels) {
+    std::vector<std::vector<std::string>> played;
+    {
+        MP4V_COUNTED(Deblock8x8Horiz, Deblock8x8HorizFast_c);
+        MP4V_COUNTED(Mp4vDecTranspose8x8, Mp4vDecTranspose8x8_c);
+        MP4V_COUNTED(Mp4vDecTranspose16x16, Mp4vDecTranspose16x16_c);
+        played = PlayAll(Cases());
+    }
+    for (const unsigned calls : {Counted<Deblock8x8HorizFast_c>::calls, Counted<Mp4vDecTranspose8x8_c>::calls,
+                                 Counted<Mp4vDecTranspose16x16_c>::calls})
+        EXPECT_GT(calls, 10u);
+    ExpectTheSame(played);
+}
+
 }  // namespace
 }  // namespace mp4v::test

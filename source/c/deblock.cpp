@@ -1,23 +1,12 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Copyright (c) 2026, the mp4vdec authors
+#include "c/deblock.h"
+
 #include "c/vec.h"
 #include "common/kernels.h"
 
-// The step d across the edge is smoothed into a ramp of three rows on either side, unless it is so high that it must
-// belong to the picture.
 void Deblock8x8HorizFast_c(uint8_t* pu8Edge, int32_t s32Pitch, uint32_t u32Qp) {
-    const ptrdiff_t pitch = s32Pitch;
-    const int16_t s16Limit = (int16_t)(u32Qp < 128 ? 2 * u32Qp : 256);  // |d| is at most 255
-    const Vec8 vAbove = LoadU8(pu8Edge - pitch);
-    const Vec8 vBelow = LoadU8(pu8Edge);
-    const Vec8 vStep = vBelow - vAbove;
-    const Vec8 d = vStep & (Vec8)(Max(vStep, -vStep) < s16Limit);
-    StoreClipU8(pu8Edge - 3 * pitch, LoadU8(pu8Edge - 3 * pitch) + (d >> 3));
-    StoreClipU8(pu8Edge - 2 * pitch, LoadU8(pu8Edge - 2 * pitch) + (d >> 2));
-    StoreClipU8(pu8Edge - pitch, vAbove + (d >> 1));
-    StoreClipU8(pu8Edge, vBelow - (d >> 1));
-    StoreClipU8(pu8Edge + pitch, LoadU8(pu8Edge + pitch) - (d >> 2));
-    StoreClipU8(pu8Edge + 2 * pitch, LoadU8(pu8Edge + 2 * pitch) - (d >> 3));
+    SmoothEdge<8>(pu8Edge, s32Pitch, u32Qp);
 }
 
 namespace {

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "c/copy_rows.h"
+#include "c/deblock.h"
 #include "common/bsreader.h"
 #include "common/kernels.h"
 
@@ -139,7 +140,44 @@ void FilterVerticalChromaEdge(uint8_t* pu8Scratch, uint8_t* pu8, int32_t s32Pitc
     memcpy(pu8Scratch + 3 * 8, pu8Scratch + 11 * 8, 5 * 8);
 }
 
+// Whether DeblockMb may call the portable kernels, and for whole macroblocks at once: while the table holds them and
+// nothing is outside of the picture or overlaps.
+bool CanDeblockWhole(const Picture& tPic, const MbPlace& t) {
+    return Deblock8x8Horiz == Deblock8x8HorizFast_c && Mp4vDecTranspose8x8 == Mp4vDecTranspose8x8_c &&
+           Mp4vDecTranspose16x16 == Mp4vDecTranspose16x16_c && t.pitch >= 16 && t.y >= 3 * t.pitch && t.u >= t.y &&
+           t.v >= t.u && t.v + 7 * t.chroma_pitch + 7 < tPic.size;
+}
+
+void DeblockWholeMb(Mp4vDecCtx* ptCtx, const Picture& tPic, const MbPlace& t) {
+    const uint32_t u32Qp = ptCtx->tMb.ptCurMbInfo->u8Qp;
+    const int32_t s32Pitch = (int32_t)t.pitch, s32ChromaPitch = (int32_t)t.chroma_pitch;
+    uint8_t* const pu8Luma = ptCtx->pu8WorkBuf512;
+    uint8_t* const apu8Scratch[2] = {ptCtx->pu8WorkBuf128A, ptCtx->pu8WorkBuf128B};
+    uint8_t* const pu8Y = tPic.pu8Start + t.y;
+    uint8_t* const apu8Chroma[2] = {tPic.pu8Start + t.u, tPic.pu8Start + t.v};
+    SmoothEdge<16>(pu8Y, t.pitch, u32Qp);
+    SmoothEdge<16>(pu8Y + 8 * t.pitch, t.pitch, u32Qp);
+    if (!ptCtx->u32LeftDeblockValid) {
+        LoadLeftLuma(pu8Luma, pu8Y, s32Pitch);
+        for (int i = 0; i < 2; i++) Mp4vDecTranspose8x8_c(apu8Scratch[i], 8, apu8Chroma[i] - 8, s32ChromaPitch);
+    }
+    Mp4vDecTranspose16x16_c(pu8Luma + 16 * 16, 16, pu8Y, s32Pitch);
+    SmoothEdge<16>(pu8Luma + 16 * 16, 16, u32Qp);
+    SmoothEdge<16>(pu8Luma + 24 * 16, 16, u32Qp);
+    Mp4vDecTranspose16x16_c(pu8Y - 4, s32Pitch, pu8Luma + 12 * 16, 16);
+    memcpy(pu8Luma + 11 * 16, pu8Luma + 27 * 16, 5 * 16);
+    for (int i = 0; i < 2; i++) {
+        SmoothEdge<8>(apu8Chroma[i], t.chroma_pitch, u32Qp);
+        Mp4vDecTranspose8x8_c(apu8Scratch[i] + 8 * 8, 8, apu8Chroma[i], s32ChromaPitch);
+        SmoothEdge<8>(apu8Scratch[i] + 8 * 8, 8, u32Qp);
+        Mp4vDecTranspose8x8_c(apu8Chroma[i] - 4, s32ChromaPitch, apu8Scratch[i] + 4 * 8, 8);
+        memcpy(apu8Scratch[i] + 3 * 8, apu8Scratch[i] + 11 * 8, 5 * 8);
+    }
+    ptCtx->u32LeftDeblockValid = 1;
+}
+
 void DeblockMb(Mp4vDecCtx* ptCtx, const Picture& tPic, const MbPlace& t) {
+    if (CanDeblockWhole(tPic, t)) return DeblockWholeMb(ptCtx, tPic, t);
     const uint32_t u32Qp = ptCtx->tMb.ptCurMbInfo->u8Qp;
     uint8_t* const pu8Luma = ptCtx->pu8WorkBuf512;
     uint8_t* const apu8Chroma[2] = {ptCtx->pu8WorkBuf128A, ptCtx->pu8WorkBuf128B};
@@ -169,32 +207,27 @@ void DeblockMb(Mp4vDecCtx* ptCtx, const Picture& tPic, const MbPlace& t) {
 }
 
 // The macroblock as it is, when all of it lies inside the picture. Reports false, and does nothing, when not.
-MP4V_INLINE bool CopyWholeMb(const Mp4vDecCtx* ptCtx, uint32_t u32MbX, uint32_t u32MbY, uint8_t* pu8OutY,
-                             uint8_t* pu8OutU, uint8_t* pu8OutV) {
+MP4V_INLINE bool CopyWholeMb(const Mp4vDecCtx* ptCtx, const Picture& tPic, const MbPlace& t) {
     const Mp4vMbScratch& tMb = ptCtx->tMb;
-    const ptrdiff_t width = (ptrdiff_t)ptCtx->u32Width;
-    const ptrdiff_t chroma_pitch = width / 2;
     const ptrdiff_t stride = (ptrdiff_t)ptCtx->u32LumaStride;
-    const uint8_t* const pu8End = pu8OutY + width * (ptrdiff_t)ptCtx->u32Height * 3 / 2;
-    const ptrdiff_t chroma = 8 * ((ptrdiff_t)u32MbY * chroma_pitch + (ptrdiff_t)u32MbX);
-    uint8_t* const pu8Y = pu8OutY + 16 * ((ptrdiff_t)u32MbY * width + (ptrdiff_t)u32MbX);
-    uint8_t* const pu8U = pu8OutU + chroma;
-    uint8_t* const pu8V = pu8OutV + chroma;
     // The planes follow one another, so V ends last.
-    const bool bInside = pu8OutY <= pu8OutU && pu8OutU <= pu8OutV && pu8Y + 15 * width + 15 < pu8End &&
-                         pu8V + 7 * chroma_pitch + 7 < pu8End;
+    const bool bInside = 0 <= t.y && t.y <= t.u && t.u <= t.v && t.y + 15 * t.pitch + 15 < tPic.size &&
+                         t.v + 7 * t.chroma_pitch + 7 < tPic.size;
     if (MP4V_UNLIKELY(!bInside)) return false;
+    uint8_t* const pu8Y = tPic.pu8Start + t.y;
+    uint8_t* const pu8U = tPic.pu8Start + t.u;
+    uint8_t* const pu8V = tPic.pu8Start + t.v;
     if (MP4V_LIKELY(MemCopyStride16x16 == MemCopyStride16x16_c)) {
-        CopyRows<16, 16>(tMb.pu8DstY, stride, pu8Y, width);
+        CopyRows<16, 16>(tMb.pu8DstY, stride, pu8Y, t.pitch);
     } else {
-        MemCopyStride16x16(tMb.pu8DstY, (int32_t)stride, pu8Y, (int32_t)width);
+        MemCopyStride16x16(tMb.pu8DstY, (int32_t)stride, pu8Y, (int32_t)t.pitch);
     }
     if (MP4V_LIKELY(MemCopyStride8x8 == MemCopyStride8x8_c)) {
-        CopyRows<8, 8>(tMb.pu8DstU, stride / 2, pu8U, chroma_pitch);
-        CopyRows<8, 8>(tMb.pu8DstV, stride / 2, pu8V, chroma_pitch);
+        CopyRows<8, 8>(tMb.pu8DstU, stride / 2, pu8U, t.chroma_pitch);
+        CopyRows<8, 8>(tMb.pu8DstV, stride / 2, pu8V, t.chroma_pitch);
     } else {
-        MemCopyStride8x8(tMb.pu8DstU, (int32_t)(stride / 2), pu8U, (int32_t)chroma_pitch);
-        MemCopyStride8x8(tMb.pu8DstV, (int32_t)(stride / 2), pu8V, (int32_t)chroma_pitch);
+        MemCopyStride8x8(tMb.pu8DstU, (int32_t)(stride / 2), pu8U, (int32_t)t.chroma_pitch);
+        MemCopyStride8x8(tMb.pu8DstV, (int32_t)(stride / 2), pu8V, (int32_t)t.chroma_pitch);
     }
     return true;
 }
@@ -253,11 +286,15 @@ __attribute__((noinline)) void PostProcessAny(Mp4vDecCtx* ptCtx, uint32_t u32MbX
 void PostProcess_MB(Mp4vDecCtx* ptCtx, uint32_t u32MbX, uint32_t u32MbY, uint8_t* pu8OutY, uint8_t* pu8OutU,
                     uint8_t* pu8OutV, uint32_t u32Flags) {
     // The last row of other heights may be half a macroblock.
-    const bool bPlain = !(u32Flags & (kPostFieldStacked | kPostDeinterlace | kPostDeblock)) &&
+    const bool bPlain = !(u32Flags & (kPostFieldStacked | kPostDeinterlace)) &&
                         (u32MbY + 1 != ptCtx->u32MbHeight || ptCtx->u32Height % 16 == 0);
-    if (bPlain && CopyWholeMb(ptCtx, u32MbX, u32MbY, pu8OutY, pu8OutU, pu8OutV)) {
-        ptCtx->u32LeftDeblockValid = 0;
-        return;
-    }
-    PostProcessAny(ptCtx, u32MbX, u32MbY, pu8OutY, pu8OutU, pu8OutV, u32Flags);
+    const ptrdiff_t width = (ptrdiff_t)ptCtx->u32Width;
+    const ptrdiff_t luma = 16 * ((ptrdiff_t)u32MbY * width + (ptrdiff_t)u32MbX);
+    const ptrdiff_t chroma = 8 * ((ptrdiff_t)u32MbY * (width / 2) + (ptrdiff_t)u32MbX);
+    const Picture tPic = {pu8OutY, width * (ptrdiff_t)ptCtx->u32Height * 3 / 2};
+    const MbPlace t = {luma, chroma + (pu8OutU - pu8OutY), chroma + (pu8OutV - pu8OutY), width, width / 2};
+    if (!bPlain || !CopyWholeMb(ptCtx, tPic, t))
+        return PostProcessAny(ptCtx, u32MbX, u32MbY, pu8OutY, pu8OutU, pu8OutV, u32Flags);
+    if (u32Flags & kPostDeblock && u32MbX > 0 && u32MbY > 0) return DeblockMb(ptCtx, tPic, t);
+    ptCtx->u32LeftDeblockValid = 0;
 }
