@@ -39,11 +39,23 @@ namespace {
 template <int kColumns, int kRows>
 MP4V_VEC void CopyTile(const uint8_t* __restrict pu8Src, ptrdiff_t srcPitch, uint8_t* __restrict pu8Dst,
                        ptrdiff_t dstPitch) {
+    const RowOffsets tSrc(srcPitch), tDst(dstPitch);
+    Bytes16 av[kColumns / 16];
+    if (kPairsAddOffsets) {
+        for (int y = 0; y < kRows; y += 4) {
+            for (int i = 0; i < 4; i++) {
+                for (int x = 0; x < kColumns / 16; x++) av[x] = LoadBytes16(pu8Src + 16 * x + tSrc[i]);
+                for (int x = 0; x < kColumns / 16; x++) StoreBytes16(pu8Dst + 16 * x + tDst[i], av[x]);
+            }
+            pu8Src += tSrc.four;
+            pu8Dst += tDst.four;
+        }
+        return;
+    }
 #pragma GCC unroll 4
     for (int y = 0; y < kRows; y++) {
-        Bytes16 av[kColumns / 16];
-        for (int i = 0; i < kColumns / 16; i++) av[i] = LoadBytes16(pu8Src + 16 * i);
-        for (int i = 0; i < kColumns / 16; i++) StoreBytes16(pu8Dst + 16 * i, av[i]);
+        for (int x = 0; x < kColumns / 16; x++) av[x] = LoadBytes16(pu8Src + 16 * x);
+        for (int x = 0; x < kColumns / 16; x++) StoreBytes16(pu8Dst + 16 * x, av[x]);
         pu8Src += srcPitch;
         pu8Dst += dstPitch;
     }

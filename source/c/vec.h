@@ -40,6 +40,13 @@ MP4V_VEC ptrdiff_t Opaque(ptrdiff_t offset) {
     return offset;
 }
 
+// Whether what loads or stores more than 16 bytes adds an offset as well. Arm's register pairs do not.
+#if MP4V_VEC_NEON
+constexpr bool kPairsAddOffsets = false;
+#else
+constexpr bool kPairsAddOffsets = true;
+#endif
+
 // Offsets of four rows that follow one another.
 struct RowOffsets {
     ptrdiff_t one, two, three, four;
