@@ -419,15 +419,14 @@ struct ChromaPlaces {
     uint8_t* apu8Dst[2];
     const uint8_t* apu8Src[2];
 
-    MP4V_INLINE ChromaPlaces(const Inside& t, int32_t s32X, int32_t s32Y, int32_t s32Line = 0)
-        : apu8Dst{t.ptCtx->tMb.pu8DstU + s32Line * t.tChroma.stride, t.ptCtx->tMb.pu8DstV + s32Line * t.tChroma.stride},
-          apu8Src{t.ptCtx->tRefFrame.pu8U + t.tChroma.Offset(s32X, s32Y),
-                  t.ptCtx->tRefFrame.pu8V + t.tChroma.Offset(s32X, s32Y)} {}
+    MP4V_INLINE ChromaPlaces(const Inside& t, ptrdiff_t srcOffset, ptrdiff_t dstOffset = 0)
+        : apu8Dst{t.ptCtx->tMb.pu8DstU + dstOffset, t.ptCtx->tMb.pu8DstV + dstOffset},
+          apu8Src{t.ptCtx->tRefFrame.pu8U + srcOffset, t.ptCtx->tRefFrame.pu8V + srcOffset} {}
 };
 
 template <typename Kernels>
-MP4V_INLINE void ChromaInside(const Inside& t, int32_t s32X, int32_t s32Y, int32_t s32Phase) {
-    const ChromaPlaces tPlaces(t, s32X, s32Y);
+MP4V_INLINE void ChromaInside(const Inside& t, ptrdiff_t srcOffset, int32_t s32Phase) {
+    const ChromaPlaces tPlaces(t, srcOffset);
     Kernels::Chroma8x8(tPlaces.apu8Dst, tPlaces.apu8Src, t.tChroma.stride, s32Phase, t.u32Rounding);
 }
 
@@ -437,10 +436,12 @@ MP4V_INLINE bool OneHalfInside(const Inside& t) {
     const int32_t s32X = t.s32X + (tMv.s32X >> 1);
     const int32_t s32Y = t.s32Y + (tMv.s32Y >> 1);
     if (!t.tLuma.Contains(s32X, s32Y, 16, 16)) return false;
+    // Half the place: inside as well. What is halved to quarter positions goes to the half position.
+    const ptrdiff_t chroma = t.tChroma.Offset(s32X >> 1, s32Y >> 1);
+    const int32_t s32ChromaPhase = Phase((tMv.s32X & 3) != 0, (tMv.s32Y & 3) != 0);
     Kernels::Luma16x16(t.ptCtx->tMb.pu8DstY, t.Luma(s32X, s32Y), t.tLuma.stride, Phase(tMv.s32X, tMv.s32Y),
                        t.u32Rounding);
-    // Half the place: inside as well. What is halved to quarter positions goes to the half position.
-    ChromaInside<Kernels>(t, s32X >> 1, s32Y >> 1, Phase((tMv.s32X & 3) != 0, (tMv.s32Y & 3) != 0));
+    ChromaInside<Kernels>(t, chroma, s32ChromaPhase);
     return true;
 }
 
@@ -461,7 +462,7 @@ MP4V_INLINE bool FourHalfInside(const Inside& t) {
     for (int32_t b = 0; b < 4; b++) {
         Kernels::Luma8x8(t.LumaBlock(b), apu8Src[b], t.tLuma.stride, Phase(ptMv[b].s32X, ptMv[b].s32Y), t.u32Rounding);
     }
-    ChromaInside<Kernels>(t, s32ChromaX, s32ChromaY, Phase(tChromaMv.s32X, tChromaMv.s32Y));
+    ChromaInside<Kernels>(t, t.tChroma.Offset(s32ChromaX, s32ChromaY), Phase(tChromaMv.s32X, tChromaMv.s32Y));
     return true;
 }
 
@@ -484,7 +485,7 @@ MP4V_INLINE bool OneQuarterInside(const Inside& t) {
     } else {
         Kernels::Luma16x16(pu8Dst, pu8Src, s32Pitch, 0, t.u32Rounding);
     }
-    ChromaInside<Kernels>(t, s32ChromaX, s32ChromaY, Phase(tChromaMv.s32X, tChromaMv.s32Y));
+    ChromaInside<Kernels>(t, t.tChroma.Offset(s32ChromaX, s32ChromaY), Phase(tChromaMv.s32X, tChromaMv.s32Y));
     return true;
 }
 
@@ -505,7 +506,7 @@ MP4V_INLINE bool FourQuarterInside(const Inside& t) {
                                  t.s32Y + 8 * (b >> 1), ptMv[b].s32X, ptMv[b].s32Y, (int32_t)t.tLuma.stride,
                                  t.u32Rounding);
     }
-    ChromaInside<Kernels>(t, s32ChromaX, s32ChromaY, Phase(tChromaMv.s32X, tChromaMv.s32Y));
+    ChromaInside<Kernels>(t, t.tChroma.Offset(s32ChromaX, s32ChromaY), Phase(tChromaMv.s32X, tChromaMv.s32Y));
     return true;
 }
 
@@ -524,7 +525,7 @@ MP4V_INLINE bool FieldInside(const Inside& t, int32_t s32Field) {
     if (!t.tLuma.Contains(s32X, s32Y, 16, 16) || !t.tChroma.Contains(s32ChromaX, s32ChromaY, 8, 8)) return false;
     Kernels::Luma16x8(tMb.pu8DstY + s32Field * t.tLuma.stride, t.Luma(s32X, s32Y), 2 * t.tLuma.stride,
                       Phase(tMv.s32X, tMv.s32Y >> 1), t.u32Rounding);
-    const ChromaPlaces tPlaces(t, s32ChromaX, s32ChromaY, s32Field);
+    const ChromaPlaces tPlaces(t, t.tChroma.Offset(s32ChromaX, s32ChromaY), s32Field * t.tChroma.stride);
     Kernels::Chroma8x4(tPlaces.apu8Dst, tPlaces.apu8Src, 2 * t.tChroma.stride, Phase(tChromaMv.s32X, tChromaMv.s32Y),
                        t.u32Rounding);
     return true;
