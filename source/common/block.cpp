@@ -5,7 +5,6 @@
 namespace {
 
 constexpr uint32_t kEscapeLength = 7;
-constexpr CoefEvent kNoSuchCode = {0, 64, 0};
 
 int32_t SignExtend12(uint32_t u32Level) {
     return (int32_t)(u32Level ^ 0x800) - 0x800;
@@ -15,81 +14,57 @@ int32_t ApplySign(uint32_t u32Level, uint32_t u32Negative) {
     return u32Negative ? -(int32_t)u32Level : (int32_t)u32Level;
 }
 
-// An entry of the coefficient tables without its sign.
-template <bool kIntra>
-CoefEvent UnpackEvent(uint32_t u32Packed) {
-    const uint32_t u32Level = u32Packed & (kIntra ? 0x3F : 0xF);
-    const uint32_t u32Run = kIntra ? u32Packed >> 6 & 0x3F : u32Packed >> 4 & 0xFF;
-    return {(int32_t)u32Level, u32Run, u32Packed >> 12};
+uint32_t PackEvent(uint32_t u32Last, uint32_t u32Run, int32_t s32Level, uint32_t u32Length) {
+    if (u32Run > 63) return MP4V_NO_EVENT | u32Length;
+    return (uint32_t)s32Level << 16 | (u32Run + 1 + 64 * u32Last) << 8 | u32Last << 7 | u32Length;
 }
 
-// u32Packed is what follows an escape of mode 1: its level lies above what a code of its own could express. The escape
-// code in this place is unpacked like any other, with a run of up to 191.
+// An event of mode 1 or 2 lies above what a code of its own could express: in its level or its run. u32Packed is an
+// entry of the coefficient tables; the escape code in this place is unpacked like any other, with a run of up to 191.
 template <bool kIntra>
-CoefEvent RaiseLevel(uint32_t u32Packed, uint32_t u32Negative) {
+uint32_t RaiseEvent(uint32_t u32Packed, bool bRun, uint32_t u32Negative, uint32_t u32Length) {
     const TcoefLimits& tLimits = kIntra ? g_tIntraLimits : g_tInterLimits;
-    CoefEvent tEvent = UnpackEvent<kIntra>(u32Packed);
-    const uint32_t u32LevelMax = tEvent.u32Run < 64 ? tLimits.au8LevelMax[tEvent.u32Last][tEvent.u32Run] : 0;
-    tEvent.s32Level = ApplySign((uint32_t)tEvent.s32Level + u32LevelMax, u32Negative);
-    return tEvent;
+    const uint32_t u32Last = u32Packed >> 12;
+    uint32_t u32Run = kIntra ? u32Packed >> 6 & 0x3F : u32Packed >> 4 & 0xFF;
+    uint32_t u32Level = u32Packed & (kIntra ? 0x3F : 0xF);  // [1, 63]
+    if (bRun) {
+        u32Run += tLimits.au8RunStep[u32Last][u32Level];
+    } else if (u32Run < 64) {
+        u32Level += tLimits.au8LevelMax[u32Last][u32Run];
+    }
+    return PackEvent(u32Last, u32Run, ApplySign(u32Level, u32Negative), u32Length);
 }
 
-// The same for mode 2 and the run.
+// Overrun is noticed at the steps of the reader, so they are as the syntax has them: one per element in intra blocks,
+// one per event in inter blocks.
+constexpr uint32_t kFixedIntraSteps = 1u << 7 | 1u << 9 | 1u << 10 | 1u << 16 | 1u << 17 | 1u << 29 | 1u << 30;
+
 template <bool kIntra>
-CoefEvent RaiseRun(uint32_t u32Packed, uint32_t u32Negative) {
-    const TcoefLimits& tLimits = kIntra ? g_tIntraLimits : g_tInterLimits;
-    CoefEvent tEvent = UnpackEvent<kIntra>(u32Packed);  // level [1, 63]
-    tEvent.u32Run += tLimits.au8RunStep[tEvent.u32Last][tEvent.s32Level];
-    tEvent.s32Level = ApplySign((uint32_t)tEvent.s32Level, u32Negative);
-    return tEvent;
+RareEvent FindRareEvent(uint32_t u32Bits) {
+    if (u32Bits >> 20 < 8) return {MP4V_NO_EVENT, 0};
+    const uint32_t u32Mode = u32Bits >> 23 & 3;
+    if (u32Mode == 3) {  // with the markers at bits 15 and 2
+        return {PackEvent(u32Bits >> 22 & 1, u32Bits >> 16 & 63, SignExtend12(u32Bits >> 3 & 0xFFF), 30),
+                kIntra ? kFixedIntraSteps : 1u << 30};
+    }
+    const uint32_t u32Prefix = kEscapeLength + (u32Mode >> 1 ? 2 : 1);
+    const uint32_t u32PrefixSteps = (kIntra ? 1u << kEscapeLength : 0) | 1u << u32Prefix;
+    const VlcEntry* ptEntry = FindTcoef<kIntra>(u32Bits << u32Prefix >> 20);
+    if (!ptEntry) return {MP4V_NO_EVENT | u32Prefix, u32PrefixSteps};
+    const uint32_t u32Code = u32Prefix + (uint32_t)ptEntry->s32Length;  // at most 21
+    const uint32_t u32Length = u32Code + 1;
+    return {RaiseEvent<kIntra>((uint32_t)ptEntry->s32Value, u32Mode == 2, u32Bits << u32Code >> 31, u32Length),
+            kIntra ? u32PrefixSteps | 1u << u32Code | 1u << u32Length : 1u << u32Length};
 }
 
 }  // namespace
 
-// Overrun is noticed at the skips, so they stay as the syntax has them: one per element here, one per event in
-// inter blocks.
-CoefEvent DecRareIntraEvent(BsCursor* ptBs) {
-    BsCursor tBs = *ptBs;
-    if (tBs.Show(12) < 8) return kNoSuchCode;
-    CoefEvent tEvent = kNoSuchCode;
-    tBs.Skip(kEscapeLength);
-    const uint32_t u32Mode = tBs.Show(2);
-    tBs.Skip(u32Mode >> 1 ? 2 : 1);
-    if (u32Mode == 3) {
-        tEvent.u32Last = tBs.Read(1);
-        tEvent.u32Run = tBs.Read(6);
-        tBs.Skip(1);
-        tEvent.s32Level = SignExtend12(tBs.Read(12));
-        tBs.Skip(1);
-    } else if (const VlcEntry* ptEntry = FindTcoef<true>(tBs.Show(12))) {
-        tBs.Skip((uint32_t)ptEntry->s32Length);
-        const uint32_t u32Packed = (uint32_t)ptEntry->s32Value;
-        const uint32_t u32Negative = tBs.Read(1);
-        tEvent = u32Mode == 2 ? RaiseRun<true>(u32Packed, u32Negative) : RaiseLevel<true>(u32Packed, u32Negative);
-    }
-    *ptBs = tBs;
-    return tEvent;
+RareEvent FindRareIntraEvent(uint32_t u32Bits) {
+    return FindRareEvent<true>(u32Bits);
 }
 
-CoefEvent DecRareInterEvent(BsCursor* ptBs) {
-    const uint32_t u32Bits = ptBs->Show(32);
-    if (u32Bits >> 20 < 8) return kNoSuchCode;
-    const uint32_t u32Mode = u32Bits >> 23 & 3;
-    if (u32Mode == 3) {
-        ptBs->Skip(30);  // with the markers at bits 15 and 2
-        return {SignExtend12(u32Bits >> 3 & 0xFFF), u32Bits >> 16 & 63, u32Bits >> 22 & 1};
-    }
-    const uint32_t u32Prefix = kEscapeLength + (u32Mode >> 1 ? 2 : 1);
-    const VlcEntry* ptEntry = FindTcoef<false>(u32Bits << u32Prefix >> 20);
-    if (!ptEntry) {
-        ptBs->Skip(u32Prefix);
-        return kNoSuchCode;
-    }
-    const uint32_t u32Length = u32Prefix + (uint32_t)ptEntry->s32Length;  // at most 21
-    ptBs->Skip(u32Length + 1);
-    const uint32_t u32Packed = (uint32_t)ptEntry->s32Value;
-    const uint32_t u32Negative = u32Bits << u32Length >> 31;
-    return u32Mode == 2 ? RaiseRun<false>(u32Packed, u32Negative) : RaiseLevel<false>(u32Packed, u32Negative);
+RareEvent FindRareInterEvent(uint32_t u32Bits) {
+    return FindRareEvent<false>(u32Bits);
 }
 
 uint32_t DecIntraBlock_c(BsReader* ptBs, int16_t* ps16Block, uint32_t u32Scan, uint32_t u32Start) {

@@ -16,39 +16,49 @@
 
 enum Mp4vScan : uint32_t { SCAN_ZIGZAG = 0, SCAN_ALT_HORIZONTAL = 1, SCAN_ALT_VERTICAL = 2 };
 
-struct CoefEvent {
-    int32_t s32Level;
-    uint32_t u32Run;  // above 63 for codes that do not exist, so that they fail like a run past the block
-    uint32_t u32Last;
+// An escape, or no code, taken apart.
+struct RareEvent {
+    uint32_t u32Event;  // as in TcoefEvents
+    uint32_t u32Steps;  // bit n: a step of the reader ends behind n bits
 };
 
-// Escapes and codes that do not exist. Out of line to keep the loops small.
-CoefEvent DecRareIntraEvent(BsCursor* ptBs);
-CoefEvent DecRareInterEvent(BsCursor* ptBs);
+// u32Bits: what is ahead. Out of line to keep the loops small.
+RareEvent FindRareIntraEvent(uint32_t u32Bits);
+RareEvent FindRareInterEvent(uint32_t u32Bits);
 
-// Events are packed as in TcoefEvents; runs that pass any block are 64.
+// Of the sum of a reader's bit position and a block's events.
+enum : uint32_t {
+    kSumRefill = 1 << 5,
+    kSumLast = 1 << 7,
+    kSumEnd = 1 << 15,
+    kSumPassed = 1 << 14,  // with kSumLast: past the block
+};
+
+// Takes in the next word if the sum says so.
 template <bool kIntra>
-static MP4V_INLINE uint32_t DecRareEvent(BsCursor& tBs) {
-    BsCursor tCopy = tBs;  // whose address may be taken without forcing tBs into memory
-    const CoefEvent tEvent = kIntra ? DecRareIntraEvent(&tCopy) : DecRareInterEvent(&tCopy);
-    tBs = tCopy;
-    const uint32_t u32Step = tEvent.u32Run > 63 ? 65 : tEvent.u32Run + 1;
-    return tEvent.u32Last << 31 | u32Step << 24 | ((uint32_t)tEvent.s32Level & 0xFFFF) << 8;
+static MP4V_INLINE void RefillFor(BsCursor& tBs, uint32_t& u32Sum) {
+    if (!(u32Sum & kSumRefill)) return;
+    u32Sum -= kSumRefill;
+    tBs.Refill(u32Sum & 31, kIntra);  // the intra syntax is read code, then sign; the inter syntax as a whole
 }
 
+// The event where the short codes have none.
 template <bool kIntra>
-static MP4V_INLINE uint32_t DecEvent(BsCursor& tBs) {
-    const TcoefEvents& tEvents = kIntra ? g_tIntraEvents : g_tInterEvents;
-    uint32_t u32Event = tEvents.au32Short[tBs.u64Bits >> 53];
-    if (MP4V_UNLIKELY(u32Event == 0)) {
-        const uint32_t u32Code = tBs.Show(13);
-        if (u32Code < 256) u32Event = tEvents.au32Long[u32Code];
-        if (u32Event == 0) return DecRareEvent<kIntra>(tBs);
+static MP4V_INLINE uint32_t DecUncommonEvent(BsCursor& tBs, uint32_t& u32Sum) {
+    const uint32_t u32Bits = (uint32_t)(tBs.u64Window << (u32Sum & 31) >> 32);
+    if (u32Bits >> 19 < 256) {
+        const uint32_t u32Event = (kIntra ? g_tIntraEvents : g_tInterEvents).au32Long[u32Bits >> 19];
+        if (MP4V_LIKELY(u32Event != MP4V_NO_EVENT)) return u32Event;
     }
-    // The intra syntax is read code, then sign; the inter syntax as a whole.
-    const uint32_t u32Length = u32Event & 63;
-    tBs.SkipTwice(u32Length - kIntra, kIntra);
-    return u32Event;
+    const RareEvent t = kIntra ? FindRareIntraEvent(u32Bits) : FindRareInterEvent(u32Bits);
+    const uint32_t u32Length = t.u32Event & 63;
+    if (MP4V_LIKELY(tBs.IsFarFromEnd()) || (u32Sum & 31) + u32Length < 32) return t.u32Event;
+    // Which of its steps crosses into the next word matters.
+    const uint32_t u32Left = 32 - (u32Sum & 31);
+    const uint32_t u32Crossed = (uint32_t)__builtin_ctz(t.u32Steps >> u32Left);
+    tBs.Refill(u32Crossed, 0);
+    u32Sum += u32Length - 32;
+    return t.u32Event - u32Length;
 }
 
 // What a block's last event was.
@@ -58,35 +68,58 @@ struct BlockEnd {
     int32_t s32Level;
 };
 
-static MP4V_INLINE int16_t LevelOf(uint32_t u32Event) {
-    return (int16_t)(u32Event >> 8 & 0xFFFF);
+static MP4V_INLINE int32_t LevelOf(uint32_t u32Event) {
+    return (int32_t)u32Event >> 16;
 }
 
-template <bool kIntra>
-static MP4V_INLINE BlockEnd DecEvents(BsCursor& tBs, int16_t* ps16Block, const uint16_t* pu16Scan, uint32_t u32Start) {
-    uint32_t i = (u32Start < 64 ? u32Start : 64) - 1;  // no sum below can wrap
+// Hands each coefficient to tSink. u32Start: scan index of the first one.
+template <bool kIntra, typename Sink>
+static MP4V_INLINE BlockEnd DecEvents(BsCursor& tBs, Sink& tSink, const uint16_t* pu16Scan, uint32_t u32Start) {
+    const TcoefEvents& tEvents = kIntra ? g_tIntraEvents : g_tInterEvents;
+    // The place of the last coefficient from 64 on; what levels add above it is of no use.
+    uint32_t u32Sum = tBs.u32BitPos | (63 + (u32Start < 64 ? u32Start : 64)) << 8;
     uint32_t u32Event;
     for (;;) {
-        u32Event = DecEvent<kIntra>(tBs);
-        i += u32Event >> 24;
-        if (i > 63) break;  // a last event, or past the block
-        ps16Block[pu16Scan[i]] = LevelOf(u32Event);
+        u32Event = tEvents.au32Short[tBs.u64Window << (u32Sum & 63) >> 53];
+        u32Sum += u32Event;
+        if (MP4V_UNLIKELY(u32Sum & kSumEnd)) {
+            if (MP4V_LIKELY(u32Event & 63)) break;
+            u32Sum -= MP4V_NO_EVENT;
+            u32Event = DecUncommonEvent<kIntra>(tBs, u32Sum);
+            u32Sum += u32Event;
+            if (u32Sum & kSumEnd) break;
+        }
+        RefillFor<kIntra>(tBs, u32Sum);
+        tSink.Put(pu16Scan[u32Sum >> 8 & 63], LevelOf(u32Event));
     }
-    i -= u32Event >> 31 << 7;
-    if (MP4V_UNLIKELY(i > 63)) {
+    RefillFor<kIntra>(tBs, u32Sum);
+    tBs.u32BitPos = u32Sum & 31;
+    if (MP4V_UNLIKELY((u32Sum & (kSumLast | kSumPassed)) != kSumLast)) {
         tBs.u32BsError = ERR_VID_MPEG4DEC_COEFF;
         return {1, 0, 0};
     }
-    const uint32_t u32RasterIndex = pu16Scan[i];
-    ps16Block[u32RasterIndex] = LevelOf(u32Event);
+    const uint32_t u32RasterIndex = pu16Scan[u32Sum >> 8 & 63];
+    tSink.Put(u32RasterIndex, LevelOf(u32Event));
     return {0, u32RasterIndex, LevelOf(u32Event)};
 }
+
+// Stores levels as they are.
+struct LevelSink {
+    int16_t* ps16Block;
+    uint32_t u32Places;  // all raster indices or-ed together
+
+    MP4V_INLINE void Put(uint32_t u32RasterIndex, int32_t s32Level) {
+        ps16Block[u32RasterIndex] = (int16_t)s32Level;
+        u32Places |= u32RasterIndex;
+    }
+};
 
 // Returns the last level, or ERR_VID_MPEG4DEC_COEFF. u32Start: scan index of the first coefficient; 1 when the DC is
 // coded apart. u32Scan: Mp4vScan; zigzag for all others.
 static MP4V_INLINE uint32_t DecIntraBlock(BsCursor& tBs, int16_t* ps16Block, uint32_t u32Scan, uint32_t u32Start) {
     const uint16_t* pu16Scan = g_au16ScanTables[u32Scan <= SCAN_ALT_VERTICAL ? u32Scan : SCAN_ZIGZAG];
-    const BlockEnd tEnd = DecEvents<true>(tBs, ps16Block, pu16Scan, u32Start);
+    LevelSink tSink = {ps16Block, 0};
+    const BlockEnd tEnd = DecEvents<true>(tBs, tSink, pu16Scan, u32Start);
     return tEnd.u32Failed ? ERR_VID_MPEG4DEC_COEFF : (uint32_t)tEnd.s32Level;
 }
 
@@ -94,7 +127,8 @@ static MP4V_INLINE uint32_t DecIntraBlock(BsCursor& tBs, int16_t* ps16Block, uin
 // SCAN_ALT_VERTICAL.
 static MP4V_INLINE uint32_t DecInterBlock(BsCursor& tBs, int16_t* ps16Block, uint32_t u32Scan) {
     const uint16_t* pu16Scan = g_au16ScanTables[u32Scan == SCAN_ALT_VERTICAL ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG];
-    const BlockEnd tEnd = DecEvents<false>(tBs, ps16Block, pu16Scan, 0);
+    LevelSink tSink = {ps16Block, 0};
+    const BlockEnd tEnd = DecEvents<false>(tBs, tSink, pu16Scan, 0);
     return tEnd.u32Failed ? ERR_VID_MPEG4DEC_COEFF : tEnd.u32RasterIndex;
 }
 

@@ -25,48 +25,49 @@ static MP4V_INLINE uint32_t LoadBigEndian32(const uint8_t* pu8) {
     return u32;
 }
 
-// The word at a byte offset at or near the end of the chunk. Only the chunk and the 8 bytes behind it exist; what lies
-// further reads as 0.
-extern "C" uint32_t BsLoadNearEnd(const uint8_t* pu8BufStart, uint64_t u64Offset, uint32_t u32BufLen);
+// The word at a byte offset behind the end of the chunk. Only the chunk and the 8 bytes behind it exist; what lies
+// further reads as 0. u32Crossed: where the step of the reader that needs the word ends, in bits behind the 4 bytes
+// before the last 4. Bit 32 of the result: that is behind the end.
+extern "C" uint64_t BsLoadNearEnd(const uint8_t* pu8BufStart, size_t offset, size_t length, uint32_t u32Crossed);
 
 struct BsCursor {
-    uint64_t u64Bits;    // what is ahead: u64Window << u32BitPos
     uint64_t u64Window;  // u32CurWord:u32NextWord
     uint32_t u32BitPos;  // [0, 31]
     uint32_t u32BsError;
-    const uint8_t* pu8ReadPtr;
     const uint8_t* pu8BufStart;
-    uint32_t u32BufLen;
+    size_t offset;  // of pu32ReadPtr
+    size_t length;  // u32BufLen
 
     explicit MP4V_INLINE BsCursor(const BsReader& tBs)
         : u64Window((uint64_t)tBs.u32CurWord << 32 | tBs.u32NextWord),
           u32BitPos(tBs.u32BitPos),
           u32BsError(tBs.u32BsError),
-          pu8ReadPtr(reinterpret_cast<const uint8_t*>(tBs.pu32ReadPtr)),
           pu8BufStart(tBs.pu8BufStart),
-          u32BufLen(tBs.u32BufLen) {
-        u64Bits = u64Window << u32BitPos;
-    }
+          offset((uintptr_t)tBs.pu32ReadPtr - (uintptr_t)tBs.pu8BufStart),
+          length(tBs.u32BufLen) {}
 
     MP4V_INLINE void StoreTo(BsReader* ptBs) const {
         ptBs->u32CurWord = (uint32_t)(u64Window >> 32);
         ptBs->u32NextWord = (uint32_t)u64Window;
         ptBs->u32BitPos = u32BitPos;
-        ptBs->pu32ReadPtr = reinterpret_cast<const uint32_t*>(pu8ReadPtr);
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): a pointer may not be counted beyond the chunk
+        ptBs->pu32ReadPtr = reinterpret_cast<const uint32_t*>((uintptr_t)pu8BufStart + offset);
         ptBs->u32BsError = u32BsError;
     }
 
     // 1 <= n <= 32
-    MP4V_INLINE uint32_t Show(uint32_t u32Bits) const { return (uint32_t)(u64Bits >> (64 - u32Bits)); }
+    MP4V_INLINE uint32_t Show(uint32_t u32Bits) const { return (uint32_t)((u64Window << u32BitPos) >> (64 - u32Bits)); }
 
     // 0 <= n <= 32
     MP4V_INLINE void Skip(uint32_t u32Bits) { SkipTwice(u32Bits, 0); }
 
     // Skip(u32First), then Skip(u32Second); together at most 32.
     MP4V_INLINE void SkipTwice(uint32_t u32First, uint32_t u32Second) {
-        u64Bits <<= u32First + u32Second;
         u32BitPos += u32First + u32Second;
-        if (u32BitPos & 32) Refill(u32Second);
+        if (u32BitPos & 32) {
+            u32BitPos -= 32;
+            Refill(u32BitPos, u32Second);
+        }
     }
 
     // 1 <= n <= 32
@@ -76,27 +77,24 @@ struct BsCursor {
         return u32Value;
     }
 
-  private:
-    // u32Last: how many of the skipped bits were skipped by a step of their own. Where the end of the chunk is near,
-    // it matters which step crosses into the next word.
-    MP4V_INLINE void Refill(uint32_t u32Last) {
-        u32BitPos -= 32;
-        // At most a word ahead of what is consumed: while the word begins inside the chunk or right behind it, it can
-        // be loaded whole and nothing can have been read past the end.
-        const uint64_t u64Offset = (uint64_t)((uintptr_t)pu8ReadPtr - (uintptr_t)pu8BufStart);
+    // Nothing can have been read past the end, and the next word can be loaded whole: it begins inside the chunk or
+    // right behind it, and is at most a word ahead of what is consumed.
+    MP4V_INLINE bool IsFarFromEnd() const { return MP4V_LIKELY(offset <= length); }
+
+    // Takes in the next word. u32BitPosition: where the reader stands in the word before. u32Last: how many bits it
+    // came by a step of their own. Where the end of the chunk is near, it matters which step crosses into a word.
+    MP4V_INLINE void Refill(uint32_t u32BitPosition, uint32_t u32Last) {
         uint32_t u32Word;
-        if (MP4V_LIKELY(u64Offset <= u32BufLen)) {
-            u32Word = LoadBigEndian32(pu8ReadPtr);
+        if (IsFarFromEnd()) {
+            u32Word = LoadBigEndian32(pu8BufStart + offset);
         } else {
-            u32Word = BsLoadNearEnd(pu8BufStart, u64Offset, u32BufLen);
-            const uint32_t u32Crossed = u32BitPos >= u32Last ? u32BitPos - u32Last : u32BitPos;
-            const uint64_t u64Consumed = u64Offset - ((32 - u32Crossed) >> 3);  // whole bytes touched so far
-            if (u64Consumed > u32BufLen) u32BsError = ERR_VID_MPEG4DEC_BITSTREAM;
+            const uint64_t u64 = BsLoadNearEnd(pu8BufStart, offset, length,
+                                               u32BitPosition >= u32Last ? u32BitPosition - u32Last : u32BitPosition);
+            if (u64 >> 32) u32BsError = ERR_VID_MPEG4DEC_BITSTREAM;
+            u32Word = (uint32_t)u64;
         }
-        // NOLINTNEXTLINE(performance-no-int-to-ptr): a pointer may not be counted beyond the chunk
-        pu8ReadPtr = reinterpret_cast<const uint8_t*>((uintptr_t)pu8ReadPtr + 4);
+        offset += 4;
         u64Window = u64Window << 32 | u32Word;
-        u64Bits |= (uint64_t)u32Word << u32BitPos;
     }
 };
 

@@ -248,12 +248,15 @@ constexpr void FillEvent(uint32_t (&au32Table)[N], uint32_t u32IndexBits, CodeBi
 template <size_t M>
 constexpr TcoefEvents ExpandEvents(const TcoefCode (&atCodes)[M]) {
     TcoefEvents tEvents = {};
+    for (uint32_t& u32 : tEvents.au32Short) u32 = MP4V_NO_EVENT;
+    for (uint32_t& u32 : tEvents.au32Long) u32 = MP4V_NO_EVENT;
     for (const TcoefCode& t : atCodes) {
         const CodeBits tCode = ParseBits(t.ps8Bits);
         for (uint32_t u32Sign = 0; u32Sign < 2; u32Sign++) {
             const CodeBits tSigned = {tCode.u32Bits << 1 | u32Sign, tCode.u32Length + 1};
             const uint32_t u32Level = (uint32_t)(u32Sign ? -t.s32Level : t.s32Level) & 0xFFFF;
-            const uint32_t u32Event = (uint32_t)t.s32Last << 31 | (uint32_t)(t.s32Run + 1) << 24 | u32Level << 8;
+            const uint32_t u32Step = (uint32_t)(t.s32Run + 1 + 64 * t.s32Last);
+            const uint32_t u32Event = u32Level << 16 | u32Step << 8 | (uint32_t)t.s32Last << 7;
             FillEvent(tEvents.au32Short, 11, tSigned, u32Event | tSigned.u32Length);
             FillEvent(tEvents.au32Long, 13, tSigned, u32Event | tSigned.u32Length);
         }

@@ -27,11 +27,15 @@ struct VlcTable {
 #define MP4V_TCOEF_ESCAPE 0x1BFF
 
 // The same events for the block loops, sign included: by the next 11 bits or, where those are below 64, by the next 13.
-// Bits 0..5: length; 8..23: signed level; 24..30: run + 1; 31: last. 0 where there is an escape or no code.
+// Bits 0..5: length; 7: last; 8..15: run + 1, and 64 more if last; 16..31: signed level. So the fields below the level
+// can be summed up over a block, which ends with a sum of 128 in bits 8..15 that begin at 64.
 struct TcoefEvents {
     uint32_t au32Short[2048];
     uint32_t au32Long[256];
 };
+
+// Where there is an escape or no code: length 0, and the block ends.
+#define MP4V_NO_EVENT UINT32_C(0x4100)
 
 // How far an escaped event is shifted: LMAX by last and run, RMAX + 1 by last and level.
 struct TcoefLimits {
