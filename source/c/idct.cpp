@@ -7,7 +7,7 @@
 void Mp4vDecIdct8x8_c(int16_t* ps16Block) {
     Vec8 av[8];
     for (int i = 0; i < 8; i++) av[i] = (Vec8)((Vec8u)LoadVec(ps16Block + 8 * i) << 4);
-    transform::InverseTransform(av);
+    transform::InverseTransform<false>(av);
     for (int i = 0; i < 8; i++) StoreVec(ps16Block + 8 * i, av[i]);
 }
 

@@ -74,130 +74,166 @@ struct StoreTo {
 
 // ---- How coefficients are made of what the block holds
 //
-// Limit: what the sum of magnitudes may be. Scale: 16 times the coefficients, while within that limit. Finish: what
-// stands in for it beyond.
+// Scale: 16 times the coefficients while they are small or short. IsSmall: the sum of their magnitudes tells that they
+// are. LargestLength: up to which they are short. Finish: what stands in for Scale where they are neither.
 
+// Known to be small or short.
 struct Coefs {
-    static constexpr bool kDcApart = false;
-    MP4V_VEC_MEMBER int32_t Dc(int32_t s32) const { return (int32_t)((uint32_t)s32 << 20) >> 20; }  // as the transform
-    MP4V_VEC_MEMBER bool IsSmall(uint32_t u32Sum) const { return u32Sum <= transform::kSmallSum; }
+    static constexpr bool kIntra = false;
+    MP4V_VEC_MEMBER int32_t Dc(int32_t s32) const { return s32; }
     MP4V_VEC_MEMBER Vec8 Scale(Vec8 v) const { return v << 4; }
-    void Finish(int16_t*) const {}
 };
 
-// Of an intra block, whose first coefficient is large.
+// Of intra blocks, whose first coefficient is large.
 struct IntraCoefs : Coefs {
-    // cppcheck-suppress [duplInheritedMember]: it takes the place of the other
-    static constexpr bool kDcApart = true;
+    // cppcheck-suppress-begin [duplInheritedMember]: these take the place of the others
+    static constexpr bool kIntra = true;
+    MP4V_VEC_MEMBER int32_t Dc(int32_t s32) const { return (int32_t)((uint32_t)s32 << 20) >> 20; }  // as the transform
+    // cppcheck-suppress-end [duplInheritedMember]
     MP4V_VEC_MEMBER bool IsSmall(uint32_t u32Sum) const { return u32Sum <= transform::kSmallSumBesideDc; }
+    uint32_t LargestLength() const { return transform::kShortLengthBesideDc; }
+    void Finish(int16_t*) const {}
 };
 
 constexpr int32_t ClampCoef(int32_t s32) {
     return s32 < -2048 ? -2048 : s32 > 2047 ? 2047 : s32;
 }
 
-// A level becomes at most three times itself times the quantiser.
-struct H263Levels {
-    static constexpr bool kDcApart = false;
-    uint32_t u32Quant;
-
-    int32_t Offset() const { return (int32_t)(u32Quant - 1 + (u32Quant & 1)); }
-    MP4V_VEC_MEMBER int32_t Dc(int32_t s32) const {
-        const int32_t s32Offset = s32 > 0 ? Offset() : s32 < 0 ? -Offset() : 0;
-        return ClampCoef(2 * (int32_t)u32Quant * s32 + s32Offset);
-    }
-    MP4V_VEC_MEMBER bool IsSmall(uint32_t u32Sum) const { return 3 * u32Quant * u32Sum <= transform::kSmallSum; }
-    MP4V_VEC_MEMBER Vec8 Scale(Vec8 v) const {
-        const Vec8 vSign = Max(Min(v, Vec8{} + 1), Vec8{} - 1);
-        return v * (int16_t)(32 * u32Quant) + vSign * (int16_t)(16 * Offset());
-    }
-    void Finish(int16_t* ps16Block) const { DequantH263Inter_c(ps16Block, ps16Block, (uint16_t)u32Quant); }
-};
-
-struct H263IntraLevels : H263Levels {
-    // cppcheck-suppress [duplInheritedMember]: it takes the place of the other
-    static constexpr bool kDcApart = true;
+// A level becomes twice itself times the quantiser, and at most once the quantiser more.
+struct H263IntraLevels {
+    static constexpr bool kIntra = true;
+    uint32_t u32Quant;  // [0, 255]
     uint32_t u32DcScaler;
 
     MP4V_VEC_MEMBER int32_t Dc(int32_t s32) const { return ClampCoef((int32_t)((uint32_t)s32 * u32DcScaler)); }
     MP4V_VEC_MEMBER bool IsSmall(uint32_t u32Sum) const {
         return 3 * u32Quant * u32Sum <= transform::kSmallSumBesideDc;
     }
+    // The quantisers of 63 coefficients are not longer than 8 of one.
+    uint32_t LargestLength() const {
+        const uint32_t u32Quantisers = 8 * u32Quant;
+        if (u32Quant == 0 || u32Quantisers > transform::kShortLengthBesideDc) return 0;
+        return (transform::kShortLengthBesideDc - u32Quantisers) / (2 * u32Quant);
+    }
+    MP4V_VEC_MEMBER Vec8 Scale(Vec8 v) const {
+        const Vec8 vSign = Max(Min(v, Vec8{} + 1), Vec8{} - 1);
+        return v * (int16_t)(32 * u32Quant) + vSign * (int16_t)(16 * (u32Quant - 1 + (u32Quant & 1)));
+    }
     void Finish(int16_t* ps16Block) const { DequantH263Intra_c(ps16Block, ps16Block, u32Quant, u32DcScaler); }
 };
 
 // ---- The block
 
-MP4V_VEC Vec8 SumOfMagnitudes(const Vec8* av, int count) {
+template <int kCount>
+MP4V_VEC uint32_t SumOfMagnitudes(const Vec8 (&av)[kCount]) {
     Vec8 vSum = Magnitude(av[0]);
-    for (int i = 1; i < count; i++) vSum = AddSaturated(vSum, Magnitude(av[i]));
-    return vSum;
+    for (int i = 1; i < kCount; i++) vSum = AddSaturated(vSum, Magnitude(av[i]));
+    return SumLanes(vSum);
 }
 
-// Large coefficients: kernel by kernel. Everything by value, so that nothing must be in memory for the other paths.
-template <typename Target, typename Source>
-__attribute__((noinline)) void FinishBlock(int16_t* ps16Block, Source tSource, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    tSource.Finish(ps16Block);
+// Whether the levels or coefficients beside the first are short. u32Sum: of their magnitudes.
+template <typename Source>
+MP4V_VEC bool IsShort(const Vec8 (&av)[8], const Source& tSource, uint32_t u32Sum) {
+    if (u32Sum >= INT16_MAX) return false;  // some magnitude may have been more
+    const uint32_t u32Length = tSource.LargestLength();
+    return SumSquares(av) <= u32Length * u32Length;
+}
+
+enum Shape { kQuarter, kTop, kLeft, kWhole };
+
+template <int kVectors>
+MP4V_VEC void LoadShape(Vec8 (&av)[kVectors], const int16_t* ps16Block) {
+    for (int i = 0; i < kVectors; i++)
+        av[i] = kVectors == 2 ? ZipLow64(LoadVec(ps16Block + 16 * i), LoadVec(ps16Block + 16 * i + 8))
+                              : LoadVec(ps16Block + 8 * i);
+}
+
+// Coefficients that are short at best, with sums that may have to be limited.
+void AddShort(const int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch) {
     Vec8 av[8];
-    for (int i = 0; i < 8; i++) av[i] = (Vec8)((Vec8u)LoadVec(ps16Block + 8 * i) << 4);
-    transform::InverseTransform(av);
-    Target{{pu8Dst, pitch}}.Put(av);
+    LoadShape(av, ps16Block);
+    for (Vec8& v : av) v = v << 4;
+    transform::InverseTransform<true>(av);
+    AddTo{{pu8Dst, pitch}}.Put(av);
 }
 
-// Nonzero are the first four columns of the first four rows.
-template <typename Target, typename Source>
-MP4V_VEC void FinishQuarter(int16_t* ps16Block, const Vec8 (&avRows)[8], const Source& tSource, uint8_t* pu8Dst,
-                            ptrdiff_t pitch) {
-    Vec8 av[8] = {ZipLow64(avRows[0], avRows[1]), ZipLow64(avRows[2], avRows[3])};
+// Everything by value, so that nothing must be in memory for the other paths.
+template <typename Source>
+__attribute__((noinline)) void StoreShort(int16_t* ps16Block, Source tSource, uint32_t u32Sum, uint8_t* pu8Dst,
+                                          ptrdiff_t pitch) {
+    Vec8 av[8];
+    LoadShape(av, ps16Block);
     const int32_t s32Dc = ps16Block[0];
-    if (Source::kDcApart) av[0][0] = 0;
-    if (!tSource.IsSmall(SumLanes(SumOfMagnitudes(av, 2))))
-        return FinishBlock<Target>(ps16Block, tSource, pu8Dst, pitch);
-    for (int i = 0; i < 2; i++) av[i] = tSource.Scale(av[i]);
-    if (Source::kDcApart) av[0][0] = (int16_t)(tSource.Dc(s32Dc) * 16);
-    transform::InverseTransformSmall4x4(av, av[0], av[1]);
-    Target{{pu8Dst, pitch}}.Put(av);
-}
-
-template <typename Target, typename Source>
-MP4V_VEC void FinishWhole(int16_t* ps16Block, Vec8 (&av)[8], const Source& tSource, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    const int32_t s32Dc = ps16Block[0];
-    if (Source::kDcApart) av[0][0] = 0;
-    if (!tSource.IsSmall(SumLanes(SumOfMagnitudes(av, 8))))
-        return FinishBlock<Target>(ps16Block, tSource, pu8Dst, pitch);
+    av[0][0] = 0;
+    if (!IsShort(av, tSource, u32Sum)) {
+        tSource.Finish(ps16Block);
+        Mp4vDecIdct8x8_c(ps16Block);
+        return McCopy16to8_c(pu8Dst, ps16Block, (int32_t)pitch);
+    }
     for (Vec8& v : av) v = tSource.Scale(v);
-    if (Source::kDcApart) av[0][0] = (int16_t)(tSource.Dc(s32Dc) * 16);
-    transform::InverseTransformSmall(av);
+    av[0][0] = (int16_t)(tSource.Dc(s32Dc) * 16);
+    transform::InverseTransform<true>(av);
+    StoreTo{{pu8Dst, pitch}}.Put(av);
+}
+
+// kSeventh: and a last coefficient of 1, of a quarter or the top.
+template <Shape kShape, bool kSeventh, typename Target, typename Source>
+__attribute__((noinline)) void ReconSmall(int16_t* ps16Block, Source tSource, uint8_t* pu8Dst, ptrdiff_t pitch) {
+    Vec8 avHeld[kShape == kQuarter ? 2 : kShape == kTop ? 4 : 8], av[8];
+    LoadShape(avHeld, ps16Block);
+    const int32_t s32Dc = ps16Block[0];
+    if constexpr (Source::kIntra) {
+        avHeld[0][0] = 0;
+        const uint32_t u32Sum = SumOfMagnitudes(avHeld);
+        if (!tSource.IsSmall(u32Sum)) return StoreShort(ps16Block, tSource, u32Sum, pu8Dst, pitch);
+    }
+    int i = 0;
+    for (const Vec8& v : avHeld) av[i++] = tSource.Scale(v);
+    if (Source::kIntra) av[0][0] = (int16_t)(tSource.Dc(s32Dc) * 16);
+    if (kShape == kQuarter) transform::InverseTransformSmallQuarter<kSeventh>(av);
+    if (kShape == kTop) transform::InverseTransformSmallTop<kSeventh>(av);
+    if (kShape == kLeft) transform::InverseTransformSmallLeft(av);
+    if (kShape == kWhole) transform::InverseTransformSmall(av);
     Target{{pu8Dst, pitch}}.Put(av);
 }
 
 template <typename Target, typename Source>
-MP4V_VEC void ReconBlock(int16_t* ps16Block, const Source& tSource, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    Vec8 av[8];
-    for (int i = 0; i < 8; i++) av[i] = LoadVec(ps16Block + 8 * i);
-    const Vec8 vUpper = av[1] | av[2] | av[3];
-    const Vec8 vLower = av[4] | av[5] | av[6] | av[7];
-    if (AnyLane(vLower | ZipHigh64(av[0] | vUpper, vLower)))
-        return FinishWhole<Target>(ps16Block, av, tSource, pu8Dst, pitch);
-    if (AnyLane(vUpper | DropLane0(av[0]))) return FinishQuarter<Target>(ps16Block, av, tSource, pu8Dst, pitch);
-    Target{{pu8Dst, pitch}}.PutDc(TransformDc(tSource.Dc(ps16Block[0])));
+MP4V_VEC void ReconByShape(int16_t* ps16Block, uint32_t u32Places, Source tSource, uint8_t* pu8Dst, ptrdiff_t pitch) {
+    const bool bRight = u32Places & 4, bLower = u32Places & 32;
+    if (u32Places == 0) return Target{{pu8Dst, pitch}}.PutDc(TransformDc(tSource.Dc(ps16Block[0])));
+    if (!bLower) {
+        if (!bRight) return ReconSmall<kQuarter, false, Target>(ps16Block, tSource, pu8Dst, pitch);
+        return ReconSmall<kTop, false, Target>(ps16Block, tSource, pu8Dst, pitch);
+    }
+    if (!bRight) return ReconSmall<kLeft, false, Target>(ps16Block, tSource, pu8Dst, pitch);
+    return ReconSmall<kWhole, false, Target>(ps16Block, tSource, pu8Dst, pitch);
 }
+
+constexpr uint32_t kSmallSquares = transform::kSmallLength * transform::kSmallLength;
+static_assert(kMaxSquares == transform::kShortLength * transform::kShortLength);
 
 }  // namespace
 
-void AddInterBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    ReconBlock<AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
+void AddInterBlock(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Squares, uint8_t* pu8Dst, ptrdiff_t pitch) {
+    if (u32Squares > kSmallSquares) return AddShort(ps16Block, pu8Dst, pitch);
+    ReconByShape<AddTo>(ps16Block, u32Places, Coefs{}, pu8Dst, pitch);
 }
 
-void AddInterBlockH263(int16_t* ps16Block, uint32_t u32Quant, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    ReconBlock<AddTo>(ps16Block, H263Levels{u32Quant}, pu8Dst, pitch);
+void AddInterBlockAndLast(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Squares, uint8_t* pu8Dst,
+                          ptrdiff_t pitch) {
+    if (u32Squares > kSmallSquares || u32Places & 32) {
+        ps16Block[63] = 1;
+        return AddInterBlock(ps16Block, 63, u32Squares, pu8Dst, pitch);
+    }
+    if (u32Places & 4) return ReconSmall<kTop, true, AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
+    return ReconSmall<kQuarter, true, AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
 }
 
-void StoreIntraBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    ReconBlock<StoreTo>(ps16Block, IntraCoefs{}, pu8Dst, pitch);
+void StoreIntraBlock(int16_t* ps16Block, uint32_t u32Places, uint8_t* pu8Dst, ptrdiff_t pitch) {
+    ReconByShape<StoreTo>(ps16Block, u32Places, IntraCoefs{}, pu8Dst, pitch);
 }
 
-void StoreIntraBlockH263(int16_t* ps16Block, uint32_t u32Quant, uint32_t u32DcScaler, uint8_t* pu8Dst,
-                         ptrdiff_t pitch) {
-    ReconBlock<StoreTo>(ps16Block, H263IntraLevels{{u32Quant}, u32DcScaler}, pu8Dst, pitch);
+void StoreIntraBlockH263(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Quant, uint32_t u32DcScaler,
+                         uint8_t* pu8Dst, ptrdiff_t pitch) {
+    ReconByShape<StoreTo>(ps16Block, u32Places, H263IntraLevels{u32Quant, u32DcScaler}, pu8Dst, pitch);
 }

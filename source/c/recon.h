@@ -16,16 +16,21 @@ inline bool IntraTransformIsPortable() {
     return Idct8x8 == Mp4vDecIdct8x8_c && McCopy16to8 == McCopy16to8_c;
 }
 
-// Idct8x8 and the addition of AddIdct8x8. Coefficients of any size.
-void AddInterBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch);
+// u32Places: the raster indices of all coefficients that are not 0, or-ed together.
 
-// The same from levels: DequantH263Inter first.
-void AddInterBlockH263(int16_t* ps16Block, uint32_t u32Quant, uint8_t* pu8Dst, ptrdiff_t pitch);
+// Idct8x8 and the addition of AddIdct8x8. u32Squares: the sum of the squares of the coefficients, at most kMaxSquares.
+constexpr uint32_t kMaxSquares = 1000 * 1000;
+void AddInterBlock(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Squares, uint8_t* pu8Dst, ptrdiff_t pitch);
+
+// The same with 1 in the place of the last coefficient, which is 0.
+void AddInterBlockAndLast(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Squares, uint8_t* pu8Dst,
+                          ptrdiff_t pitch);
 
 // DequantH263Intra, Idct8x8 and McCopy16to8.
-void StoreIntraBlockH263(int16_t* ps16Block, uint32_t u32Quant, uint32_t u32DcScaler, uint8_t* pu8Dst, ptrdiff_t pitch);
+void StoreIntraBlockH263(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Quant, uint32_t u32DcScaler,
+                         uint8_t* pu8Dst, ptrdiff_t pitch);
 
 // Idct8x8 and McCopy16to8.
-void StoreIntraBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch);
+void StoreIntraBlock(int16_t* ps16Block, uint32_t u32Places, uint8_t* pu8Dst, ptrdiff_t pitch);
 
 #endif  // MP4VDEC_SOURCE_C_RECON_H_

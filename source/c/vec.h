@@ -323,6 +323,30 @@ MP4V_VEC uint32_t SumLanes(Vec8 a) {
 #endif
 }
 
+// Sum of the squares of the lanes of all vectors, which must fit 31 bits.
+template <int kCount>
+MP4V_VEC uint32_t SumSquares(const Vec8 (&av)[kCount]) {
+#if MP4V_VEC_SSE2
+    __m128i v = _mm_madd_epi16((__m128i)av[0], (__m128i)av[0]);
+    for (int i = 1; i < kCount; i++) v = _mm_add_epi32(v, _mm_madd_epi16((__m128i)av[i], (__m128i)av[i]));
+    v = _mm_add_epi32(v, _mm_shuffle_epi32(v, 0x4E));
+    v = _mm_add_epi32(v, _mm_shuffle_epi32(v, 0xB1));
+    return (uint32_t)_mm_cvtsi128_si32(v);
+#elif MP4V_VEC_NEON
+    int32x4_t v = vdupq_n_s32(0);
+    for (int i = 0; i < kCount; i++) {
+        v = vmlal_s16(v, vget_low_s16((int16x8_t)av[i]), vget_low_s16((int16x8_t)av[i]));
+        v = vmlal_high_s16(v, (int16x8_t)av[i], (int16x8_t)av[i]);
+    }
+    return (uint32_t)vaddvq_s32(v);
+#else
+    uint32_t u32Sum = 0;
+    for (int i = 0; i < kCount; i++)
+        for (int j = 0; j < 8; j++) u32Sum += (uint32_t)(av[i][j] * av[i][j]);
+    return u32Sum;
+#endif
+}
+
 // The largest of lanes of [0, 32767].
 MP4V_VEC uint32_t MaxLane(Vec8 a) {
 #if MP4V_VEC_SSE2
@@ -389,51 +413,99 @@ MP4V_VEC Vec8 MulAddSaturated(Vec8 a, int16_t s16A, Vec8 b, int16_t s16B) {
 #endif
 }
 
-// The low 16 bits of (a * kA + b * kB + 2^14) >> 15. The sum must fit 32 bits. kFits: the result is known to fit 16
-// bits.
-template <int32_t kA, int32_t kB, bool kFits>
-MP4V_VEC Vec8 MulAddRound15(Vec8 a, Vec8 b) {
-#if MP4V_VEC_SSE2
-    const __m128i vFactors = _mm_set1_epi32((int32_t)((uint32_t)(uint16_t)kB << 16 | (uint16_t)kA));
-    const __m128i vHalf = _mm_set1_epi32(1 << 14);
-    __m128i vLow = _mm_madd_epi16(_mm_unpacklo_epi16((__m128i)a, (__m128i)b), vFactors);
-    __m128i vHigh = _mm_madd_epi16(_mm_unpackhi_epi16((__m128i)a, (__m128i)b), vFactors);
-    vLow = _mm_add_epi32(vLow, vHalf);
-    vHigh = _mm_add_epi32(vHigh, vHalf);
-    if (kFits) return (Vec8)_mm_packs_epi32(_mm_srai_epi32(vLow, 15), _mm_srai_epi32(vHigh, 15));
-    // Pushing the top bit out first makes the saturating pack wrap.
-    vLow = _mm_srai_epi32(_mm_slli_epi32(vLow, 1), 16);
-    vHigh = _mm_srai_epi32(_mm_slli_epi32(vHigh, 1), 16);
-    return (Vec8)_mm_packs_epi32(vLow, vHigh);
-#elif MP4V_VEC_NEON
-    const int16x8_t vA = (int16x8_t)a, vB = (int16x8_t)b;
-    const int32x4_t vLow = vmlal_n_s16(vmull_n_s16(vget_low_s16(vA), kA), vget_low_s16(vB), kB);
-    const int32x4_t vHigh = vmlal_high_n_s16(vmull_high_n_s16(vA, kA), vB, kB);
-    return (Vec8)vrshrn_high_n_s32(vrshrn_n_s32(vLow, 15), vHigh, 15);
-#else
-    Vec8 v = {};
-    for (int i = 0; i < 8; i++) v[i] = (int16_t)((a[i] * kA + b[i] * kB + (1 << 14)) >> 15);
-    return v;
-#endif
-}
+// Multiplication by constants of 16 bits, all of which stand in one register where an instruction can take its factor
+// from there.
+template <int32_t... kFactors>
+struct Factors {
+#if MP4V_VEC_NEON
+    int16x8_t v;
 
-// (a * kA + 2^14) >> 15, |kA| < 2^15.
-template <int32_t kA>
-MP4V_VEC Vec8 MulRound15(Vec8 a) {
-#if MP4V_VEC_SSE2
-    const __m128i vFactors = _mm_set1_epi32((int32_t)((uint32_t)(1 << 14) << 16 | (uint16_t)kA));
-    const __m128i vOnes = _mm_set1_epi16(1);
-    const __m128i vLow = _mm_madd_epi16(_mm_unpacklo_epi16((__m128i)a, vOnes), vFactors);
-    const __m128i vHigh = _mm_madd_epi16(_mm_unpackhi_epi16((__m128i)a, vOnes), vFactors);
-    return (Vec8)_mm_packs_epi32(_mm_srai_epi32(vLow, 15), _mm_srai_epi32(vHigh, 15));
-#elif MP4V_VEC_NEON
-    return (Vec8)vqrdmulhq_n_s16((int16x8_t)a, kA);
-#else
-    Vec8 v = {};
-    for (int i = 0; i < 8; i++) v[i] = (int16_t)((a[i] * kA + (1 << 14)) >> 15);
-    return v;
+    // Hidden, because it would be taken apart into a register for each.
+    MP4V_VEC_MEMBER Factors() : v(int16x8_t{kFactors...}) { __asm__("" : "+x"(v)); }
+
+    template <int32_t kFactor>
+    static constexpr int Lane() {
+        constexpr int32_t akFactors[] = {kFactors...};
+        int lane = 0;
+        while (akFactors[lane] != kFactor) lane++;
+        return lane;
+    }
 #endif
-}
+
+    // The low 16 bits of (a * kA + b * kB + 2^14) >> 15. The sum must fit 32 bits. kFits: the result is known to fit 16
+    // bits. kA is above 0 and of the factors, as is kB or -kB.
+    template <int32_t kA, int32_t kB, bool kFits>
+    MP4V_VEC_MEMBER Vec8 MulAddRound15(Vec8 a, Vec8 b) const {
+#if MP4V_VEC_SSE2
+        const __m128i vFactors = _mm_set1_epi32((int32_t)((uint32_t)(uint16_t)kB << 16 | (uint16_t)kA));
+        const __m128i vHalf = _mm_set1_epi32(1 << 14);
+        __m128i vLow = _mm_madd_epi16(_mm_unpacklo_epi16((__m128i)a, (__m128i)b), vFactors);
+        __m128i vHigh = _mm_madd_epi16(_mm_unpackhi_epi16((__m128i)a, (__m128i)b), vFactors);
+        vLow = _mm_add_epi32(vLow, vHalf);
+        vHigh = _mm_add_epi32(vHigh, vHalf);
+        if (kFits) return (Vec8)_mm_packs_epi32(_mm_srai_epi32(vLow, 15), _mm_srai_epi32(vHigh, 15));
+        // Pushing the top bit out first makes the saturating pack wrap.
+        vLow = _mm_srai_epi32(_mm_slli_epi32(vLow, 1), 16);
+        vHigh = _mm_srai_epi32(_mm_slli_epi32(vHigh, 1), 16);
+        return (Vec8)_mm_packs_epi32(vLow, vHigh);
+#elif MP4V_VEC_NEON
+        const int16x8_t vA = (int16x8_t)a, vB = (int16x8_t)b;
+        int32x4_t vLow = vmull_laneq_s16(vget_low_s16(vA), v, Lane<kA>());
+        int32x4_t vHigh = vmull_high_laneq_s16(vA, v, Lane<kA>());
+        if (kB < 0) {
+            vLow = vmlsl_laneq_s16(vLow, vget_low_s16(vB), v, Lane<kB < 0 ? -kB : kB>());
+            vHigh = vmlsl_high_laneq_s16(vHigh, vB, v, Lane<kB < 0 ? -kB : kB>());
+        } else {
+            vLow = vmlal_laneq_s16(vLow, vget_low_s16(vB), v, Lane<kB < 0 ? -kB : kB>());
+            vHigh = vmlal_high_laneq_s16(vHigh, vB, v, Lane<kB < 0 ? -kB : kB>());
+        }
+        return (Vec8)vrshrn_high_n_s32(vrshrn_n_s32(vLow, 15), vHigh, 15);
+#else
+        Vec8 v = {};
+        for (int i = 0; i < 8; i++) v[i] = (int16_t)((a[i] * kA + b[i] * kB + (1 << 14)) >> 15);
+        return v;
+#endif
+    }
+
+    // The same in lanes 0..3, where the result fits; the others are of no use.
+    template <int32_t kA, int32_t kB>
+    MP4V_VEC_MEMBER Vec8 MulAddRound15Low(Vec8 a, Vec8 b) const {
+#if MP4V_VEC_SSE2
+        const __m128i vFactors = _mm_set1_epi32((int32_t)((uint32_t)(uint16_t)kB << 16 | (uint16_t)kA));
+        const __m128i vSum = _mm_madd_epi16(_mm_unpacklo_epi16((__m128i)a, (__m128i)b), vFactors);
+        const __m128i vLow = _mm_srai_epi32(_mm_add_epi32(vSum, _mm_set1_epi32(1 << 14)), 15);
+        return (Vec8)_mm_packs_epi32(vLow, vLow);
+#elif MP4V_VEC_NEON
+        int32x4_t vLow = vmull_laneq_s16(vget_low_s16((int16x8_t)a), v, Lane<kA>());
+        const int16x4_t vB = vget_low_s16((int16x8_t)b);
+        vLow = kB < 0 ? vmlsl_laneq_s16(vLow, vB, v, Lane<kB < 0 ? -kB : kB>())
+                      : vmlal_laneq_s16(vLow, vB, v, Lane<kB < 0 ? -kB : kB>());
+        return (Vec8)vcombine_s16(vrshrn_n_s32(vLow, 15), vcreate_s16(0));
+#else
+        return MulAddRound15<kA, kB, true>(a, b);
+#endif
+    }
+
+    // (a * kA + 2^14) >> 15, |kA| < 2^15. kA is of the factors.
+    template <int32_t kA>
+    MP4V_VEC_MEMBER Vec8 MulRound15(Vec8 a) const {
+#if MP4V_VEC_SSE2
+        // The upper half of a * 2 * kA, and its upmost bit below. A factor of 17 bits wraps, which is made up for by a.
+        const __m128i vFactor = _mm_set1_epi16((int16_t)(uint16_t)(2 * kA));
+        const __m128i vHigh = _mm_mulhi_epi16((__m128i)a, vFactor);
+        const __m128i vRounded = _mm_add_epi16(vHigh, _mm_srli_epi16(_mm_mullo_epi16((__m128i)a, vFactor), 15));
+        if (2 * kA > INT16_MAX) return (Vec8)_mm_add_epi16(vRounded, (__m128i)a);
+        if (2 * kA < INT16_MIN) return (Vec8)_mm_sub_epi16(vRounded, (__m128i)a);
+        return (Vec8)vRounded;
+#elif MP4V_VEC_NEON
+        return (Vec8)vqrdmulhq_laneq_s16((int16x8_t)a, v, Lane<kA>());
+#else
+        Vec8 v = {};
+        for (int i = 0; i < 8; i++) v[i] = (int16_t)((a[i] * kA + (1 << 14)) >> 15);
+        return v;
+#endif
+    }
+};
 
 // (a + b + 1) >> 1
 MP4V_VEC Bytes16 AverageUp(Bytes16 a, Bytes16 b) {

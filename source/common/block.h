@@ -12,6 +12,7 @@
 #define MP4VDEC_SOURCE_COMMON_BLOCK_H_
 
 #include "common/kernels.h"
+#include "common/quant_tables.h"
 #include "common/vlc.h"
 
 enum Mp4vScan : uint32_t { SCAN_ZIGZAG = 0, SCAN_ALT_HORIZONTAL = 1, SCAN_ALT_VERTICAL = 2 };
@@ -72,7 +73,7 @@ static MP4V_INLINE int32_t LevelOf(uint32_t u32Event) {
     return (int32_t)u32Event >> 16;
 }
 
-// Hands each coefficient to tSink. u32Start: scan index of the first one.
+// Hands each level to tSink, those of escapes to its Check before. u32Start: scan index of the first one.
 template <bool kIntra, typename Sink>
 static MP4V_INLINE BlockEnd DecEvents(BsCursor& tBs, Sink& tSink, const uint16_t* pu16Scan, uint32_t u32Start) {
     const TcoefEvents& tEvents = kIntra ? g_tIntraEvents : g_tInterEvents;
@@ -86,6 +87,7 @@ static MP4V_INLINE BlockEnd DecEvents(BsCursor& tBs, Sink& tSink, const uint16_t
             if (MP4V_LIKELY(u32Event & 63)) break;
             u32Sum -= MP4V_NO_EVENT;
             u32Event = DecUncommonEvent<kIntra>(tBs, u32Sum);
+            tSink.Check(LevelOf(u32Event));
             u32Sum += u32Event;
             if (u32Sum & kSumEnd) break;
         }
@@ -108,9 +110,51 @@ struct LevelSink {
     int16_t* ps16Block;
     uint32_t u32Places;  // all raster indices or-ed together
 
+    MP4V_INLINE void Check(int32_t) {}
     MP4V_INLINE void Put(uint32_t u32RasterIndex, int32_t s32Level) {
         ps16Block[u32RasterIndex] = (int16_t)s32Level;
         u32Places |= u32RasterIndex;
+    }
+};
+
+// Stores coefficients of inter blocks, as DequantH263Inter or DequantMpegInter make them but without the limits of the
+// one and the mismatch control of the other. Quantisers of [1, 31].
+template <bool kMpeg>
+struct CoefSink {
+    int16_t* ps16Block;
+    int32_t s32Quant;
+    int32_t s32Offset;
+    uint32_t u32Places;   // all raster indices or-ed together
+    uint32_t u32Squares;  // the sum of them
+    int32_t s32Parity;    // all coefficients exclusive-or-ed
+    bool bRefused;        // a level that the below is not made for: 0, or beyond the limits
+
+    explicit MP4V_INLINE CoefSink(uint32_t u32Quant)
+        : ps16Block(nullptr), s32Quant((int32_t)u32Quant), s32Offset((int32_t)(u32Quant - 1 + (u32Quant & 1))) {}
+
+    MP4V_INLINE void Start(int16_t* ps16) {
+        ps16Block = ps16;
+        memset(ps16, 0, 64 * sizeof *ps16);
+        u32Places = u32Squares = 0;
+        s32Parity = 0;
+        bRefused = false;
+    }
+    // The levels of codes, up to 12, stay within the limits.
+    MP4V_INLINE void Check(int32_t s32Level) {
+        if (s32Level == 0 || __builtin_abs(s32Level) * s32Quant > 900) bRefused = true;
+    }
+    MP4V_INLINE void Put(uint32_t u32RasterIndex, int32_t s32Level) {
+        const int32_t s32Sign = s32Level >> 31;
+        int32_t s32Coef;
+        if (kMpeg) {
+            s32Coef = (2 * s32Level + (s32Sign | 1)) * (s32Quant * g_as16InterMatrix[u32RasterIndex]) / 16;
+            s32Parity ^= s32Coef;
+        } else {
+            s32Coef = 2 * s32Quant * s32Level + s32Offset - (2 * s32Offset & s32Sign);
+        }
+        ps16Block[u32RasterIndex] = (int16_t)s32Coef;
+        u32Places |= u32RasterIndex;
+        u32Squares += (uint32_t)(s32Coef * s32Coef);
     }
 };
 

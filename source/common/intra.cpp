@@ -198,13 +198,13 @@ void DecIntraMB(Mp4vDecCtx* ptCtx, int16_t* ps16Blocks, uint32_t u32Column, uint
 namespace {
 
 // One block, kernel by kernel unless they are the portable ones.
-void ReconIntraBlock(int16_t* ps16Block, bool bMpegQuant, uint32_t u32Quant, uint32_t u32DcScaler, uint8_t* pu8Dst,
+void ReconIntraBlock(int16_t* ps16Block, uint32_t u32Places, bool bMpegQuant, uint32_t u32Quant, uint32_t u32DcScaler, uint8_t* pu8Dst,
                      int32_t s32Pitch) {
     const bool bPortable = IntraTransformIsPortable();
     if (!bMpegQuant && bPortable && DequantH263Intra == DequantH263Intra_c)
-        return StoreIntraBlockH263(ps16Block, u32Quant, u32DcScaler, pu8Dst, s32Pitch);
+        return StoreIntraBlockH263(ps16Block, u32Places, u32Quant, u32DcScaler, pu8Dst, s32Pitch);
     (bMpegQuant ? DequantMpegIntra : DequantH263Intra)(ps16Block, ps16Block, u32Quant, u32DcScaler);
-    if (bPortable) return StoreIntraBlock(ps16Block, pu8Dst, s32Pitch);
+    if (bPortable) return StoreIntraBlock(ps16Block, u32Places, pu8Dst, s32Pitch);
     Idct8x8(ps16Block);
     McCopy16to8(pu8Dst, ps16Block, s32Pitch);
 }
@@ -217,7 +217,7 @@ void ReconIntraMB(Mp4vDecCtx* ptCtx, uint32_t /*u32Column*/, uint32_t /*u32Row*/
     const BlockLayout tLayout = LayoutOf(ptCtx);
     for (uint32_t b = 0; b < 6; b++) {
         const BlockTarget t = TargetOf(tMb, tLayout, b);
-        ReconIntraBlock(tMb.as16Coef + 64 * b, ptCtx->u16QuantType, u32Quant, tMb.au32DcScaler[b], t.pu8Dst,
+        ReconIntraBlock(tMb.as16Coef + 64 * b, 63, ptCtx->u16QuantType, u32Quant, tMb.au32DcScaler[b], t.pu8Dst,
                         t.s32Pitch);
     }
 }

@@ -17,44 +17,70 @@
 
 namespace {
 
-// Whether AddResidual may take blocks from levels to samples at once.
+// Whether blocks may be taken from levels to samples at once.
 bool ResidualIsPortable(bool bMpegQuant) {
-    return InterTransformIsPortable() && (bMpegQuant || DequantH263Inter == DequantH263Inter_c);
+    return InterTransformIsPortable() &&
+           (bMpegQuant ? DequantMpegInter == DequantMpegInter_c : DequantH263Inter == DequantH263Inter_c);
 }
 
-// Block by block. Where a block fails, the H.263 method leaves its levels and the blocks behind it, which are empty, as
-// they are; the MPEG method dequantises them all.
-void AddResidualBlocks(Mp4vDecCtx* ptCtx) {
+// What AddPortableResidual needs to know of a block.
+struct CodedBlock {
+    uint32_t u32Places;
+    uint32_t u32Squares;
+    bool bAndLast;
+};
+
+MP4V_INLINE uint32_t FirstCoded(uint32_t u32Cbp) {
+    return (uint32_t)__builtin_clz(u32Cbp) - 26;
+}
+
+// Whether all blocks are there and small.
+template <bool kMpeg>
+MP4V_INLINE bool DecCoefs(BsCursor& tBs, const Mp4vDecCtx* ptCtx, int16_t* ps16Block, CodedBlock* ptCoded) {
+    const Mp4vMbScratch& tMb = ptCtx->tMb;
+    const uint16_t* const pu16Scan = g_au16ScanTables[ptCtx->u32AltVertScan ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG];
+    CoefSink<kMpeg> tSink(tMb.ptCurMbInfo->u8Qp);
+    for (uint32_t u32Left = tMb.u32Cbp; u32Left; u32Left &= u32Left - 1, ps16Block += 64, ptCoded++) {
+        tSink.Start(ps16Block);
+        if (DecEvents<false>(tBs, tSink, pu16Scan, 0).u32Failed || tSink.bRefused) return false;
+        if (tSink.u32Squares > kMaxSquares) return false;
+        ptCoded->u32Places = tSink.u32Places;
+        ptCoded->u32Squares = tSink.u32Squares;
+        ptCoded->bAndLast = false;
+        if (kMpeg && !(tSink.s32Parity & 1)) {  // mismatch control
+            ptCoded->bAndLast = ps16Block[63] == 0;
+            ps16Block[63] ^= 1;
+        }
+    }
+    return true;
+}
+
+// False with nothing done when some block is better left to the kernels.
+bool AddPortableResidual(Mp4vDecCtx* ptCtx) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
+    if (tMb.ptCurMbInfo->u8Qp - 1u > 30) return false;
     BsCursor tBs(ptCtx->tBs);
-    const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
-    const bool bMpegQuant = ptCtx->u16QuantType;
-    const uint32_t u32Scan = ptCtx->u32AltVertScan ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG;
+    CodedBlock atCoded[6];
+    if (!(ptCtx->u16QuantType ? DecCoefs<true>(tBs, ptCtx, tMb.as16Coef, atCoded)
+                              : DecCoefs<false>(tBs, ptCtx, tMb.as16Coef, atCoded)))
+        return false;
+    tBs.StoreTo(&ptCtx->tBs);
     const BlockLayout tLayout = LayoutOf(ptCtx);
     int16_t* ps16Block = tMb.as16Coef;
-    bool bFailed = false;
-    for (uint32_t b = 0; b < 6; b++) {
-        if (!(tMb.u32Cbp >> (5 - b) & 1)) continue;
-        memset(ps16Block, 0, 64 * sizeof *ps16Block);
-        if (!bFailed) DecInterBlock(tBs, ps16Block, u32Scan);
-        bFailed = tBs.u32BsError == ERR_VID_MPEG4DEC_COEFF;
-        const BlockTarget t = TargetOf(tMb, tLayout, b);
-        if (bMpegQuant) DequantMpegInter(ps16Block, ps16Block, u32Quant);
-        if (bMpegQuant || bFailed || u32Quant == 0) {
-            AddInterBlock(ps16Block, t.pu8Dst, t.s32Pitch);
-        } else {
-            AddInterBlockH263(ps16Block, u32Quant, t.pu8Dst, t.s32Pitch);
-        }
-        ps16Block += 64;
+    const CodedBlock* ptCoded = atCoded;
+    for (uint32_t u32Left = tMb.u32Cbp; u32Left; u32Left ^= 32 >> FirstCoded(u32Left), ps16Block += 64, ptCoded++) {
+        const BlockTarget t = TargetOf(tMb, tLayout, FirstCoded(u32Left));
+        (ptCoded->bAndLast ? AddInterBlockAndLast : AddInterBlock)(ps16Block, ptCoded->u32Places, ptCoded->u32Squares,
+                                                                   t.pu8Dst, t.s32Pitch);
     }
-    tBs.StoreTo(&ptCtx->tBs);
+    return true;
 }
 
-// Kernel by kernel, unless they are the portable ones.
+// Kernel by kernel.
 void AddResidual(Mp4vDecCtx* ptCtx) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
     if (!tMb.u32Cbp) return;
-    if (ResidualIsPortable(ptCtx->u16QuantType)) return AddResidualBlocks(ptCtx);
+    if (ResidualIsPortable(ptCtx->u16QuantType) && AddPortableResidual(ptCtx)) return;
     const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
     const bool bMpegQuant = ptCtx->u16QuantType;
     DecInterBlocks_c(&ptCtx->tBs, tMb.as16Coef, ptCtx->u32AltVertScan ? 2 : 0, tMb.u32Cbp, bMpegQuant ? 0 : u32Quant);
