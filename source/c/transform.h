@@ -24,8 +24,8 @@ constexpr uint32_t kSmallSum = 2000, kSmallSumBesideDc = 1000;
 
 // As vectors, the weights in a sum of one pass are not longer than the root of 2, so that every value is below
 // 16 * 2 times the length of the coefficients as a vector. Final sums are below 16000 for small ones and, rounding
-// included, below 32100 for short ones; beside a first coefficient, which adds eight times itself to some values between
-// the passes, whose others are 16 times the root of 2, below 32300.
+// included, below 32100 for short ones; beside a first coefficient, which adds eight times itself to some values
+// between the passes, whose others are 16 times the root of 2, below 32300.
 constexpr uint32_t kSmallLength = 500, kShortLength = 1000, kShortLengthBesideDc = 700;
 
 // What one pass computes from lines 1 and 3 (5 and 7), 2 and 6.

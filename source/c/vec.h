@@ -421,7 +421,9 @@ struct Factors {
     int16x8_t v;
 
     // Hidden, because it would be taken apart into a register for each.
-    MP4V_VEC_MEMBER Factors() : v(int16x8_t{kFactors...}) { __asm__("" : "+x"(v)); }
+    MP4V_VEC_MEMBER Factors() : v(int16x8_t{kFactors...}) {
+        __asm__("" : "+x"(v));
+    }
 
     template <int32_t kFactor>
     static constexpr int Lane() {
@@ -453,11 +455,11 @@ struct Factors {
         int32x4_t vLow = vmull_laneq_s16(vget_low_s16(vA), v, Lane<kA>());
         int32x4_t vHigh = vmull_high_laneq_s16(vA, v, Lane<kA>());
         if (kB < 0) {
-            vLow = vmlsl_laneq_s16(vLow, vget_low_s16(vB), v, Lane<kB < 0 ? -kB : kB>());
-            vHigh = vmlsl_high_laneq_s16(vHigh, vB, v, Lane<kB < 0 ? -kB : kB>());
+            vLow = vmlsl_laneq_s16(vLow, vget_low_s16(vB), v, Lane < kB < 0 ? -kB : kB > ());
+            vHigh = vmlsl_high_laneq_s16(vHigh, vB, v, Lane < kB < 0 ? -kB : kB > ());
         } else {
-            vLow = vmlal_laneq_s16(vLow, vget_low_s16(vB), v, Lane<kB < 0 ? -kB : kB>());
-            vHigh = vmlal_high_laneq_s16(vHigh, vB, v, Lane<kB < 0 ? -kB : kB>());
+            vLow = vmlal_laneq_s16(vLow, vget_low_s16(vB), v, Lane < kB < 0 ? -kB : kB > ());
+            vHigh = vmlal_high_laneq_s16(vHigh, vB, v, Lane < kB < 0 ? -kB : kB > ());
         }
         return (Vec8)vrshrn_high_n_s32(vrshrn_n_s32(vLow, 15), vHigh, 15);
 #else
@@ -478,8 +480,8 @@ struct Factors {
 #elif MP4V_VEC_NEON
         int32x4_t vLow = vmull_laneq_s16(vget_low_s16((int16x8_t)a), v, Lane<kA>());
         const int16x4_t vB = vget_low_s16((int16x8_t)b);
-        vLow = kB < 0 ? vmlsl_laneq_s16(vLow, vB, v, Lane<kB < 0 ? -kB : kB>())
-                      : vmlal_laneq_s16(vLow, vB, v, Lane<kB < 0 ? -kB : kB>());
+        vLow = kB < 0 ? vmlsl_laneq_s16(vLow, vB, v, Lane < kB < 0 ? -kB : kB > ())
+                      : vmlal_laneq_s16(vLow, vB, v, Lane < kB < 0 ? -kB : kB > ());
         return (Vec8)vcombine_s16(vrshrn_n_s32(vLow, 15), vcreate_s16(0));
 #else
         return MulAddRound15<kA, kB, true>(a, b);

@@ -67,6 +67,28 @@ RareEvent FindRareInterEvent(uint32_t u32Bits) {
     return FindRareEvent<false>(u32Bits);
 }
 
+namespace {
+
+MP4V_INLINE int32_t DecDc(BsCursor& tBs, bool bLuma) {
+    const uint32_t u32Size = bLuma ? DecDcSizeLuma(tBs) : DecDcSizeChroma(tBs);
+    if (u32Size == 0) return 0;
+    const int32_t s32Dc = DecDcDif(tBs, u32Size);
+    if (MP4V_UNLIKELY(u32Size > 8)) tBs.Skip(1);  // marker_bit
+    return s32Dc;
+}
+
+}  // namespace
+
+uint32_t DecIntraLevels(BsCursor* ptBs, int16_t* ps16Block, IntraDc eDc, const uint16_t* pu16Scan) {
+    BsCursor tBs(*ptBs);
+    LevelSink tSink = {ps16Block, 0};
+    memset(ps16Block, 0, 64 * sizeof *ps16Block);
+    if (eDc != kDcAmongThem) ps16Block[0] = (int16_t)DecDc(tBs, eDc == kDcLuma);
+    if (pu16Scan) DecEvents<true>(tBs, tSink, pu16Scan, eDc != kDcAmongThem);
+    *ptBs = tBs;
+    return tSink.u32Places;
+}
+
 uint32_t DecIntraBlock_c(BsReader* ptBs, int16_t* ps16Block, uint32_t u32Scan, uint32_t u32Start) {
     BsCursor tBs(*ptBs);
     const uint32_t u32Result = DecIntraBlock(tBs, ps16Block, u32Scan, u32Start);

@@ -117,6 +117,13 @@ struct LevelSink {
     }
 };
 
+// What comes before the transform coefficients of an intra block.
+enum IntraDc : uint32_t { kDcAmongThem, kDcLuma, kDcChroma };
+
+// Decodes an intra block into one that is cleared here. Returns the raster indices of the coefficients beside the
+// first, or-ed together. pu16Scan: null where no coefficients follow. A block that fails keeps what was stored before.
+uint32_t DecIntraLevels(BsCursor* ptBs, int16_t* ps16Block, IntraDc eDc, const uint16_t* pu16Scan);
+
 // Stores coefficients of inter blocks, as DequantH263Inter or DequantMpegInter make them but without the limits of the
 // one and the mismatch control of the other. Quantisers of [1, 31].
 template <bool kMpeg>

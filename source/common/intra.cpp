@@ -134,9 +134,11 @@ MP4V_INLINE void StoreColumn(int16_t* ps16Pred, const int16_t* ps16Block) {
     for (int k = 1; k < 8; k++) ps16Pred[7 + k] = ps16Block[8 * k];
 }
 
-// Adds the seven AC predictors to the first row or column of the block, and keeps both in the block's record.
-MP4V_INLINE void PredictAc(int16_t* ps16Block, int16_t* ps16Pred, const Prediction& t, uint32_t u32Quant) {
+// Adds the seven AC predictors to the first row or column of the block, and keeps both in the block's record. Returns
+// where they are not 0, as raster indices or-ed together.
+MP4V_INLINE uint32_t PredictAc(int16_t* ps16Block, int16_t* ps16Pred, const Prediction& t, uint32_t u32Quant) {
     const Vec8 vPred = AcLanes(Rescale(LoadVec(t.ps16Pred + (t.bVertical ? 0 : 7)), t.u32Quant, u32Quant));
+    const uint32_t u32Places = !AnyLane(vPred) ? 0 : AnyLane(ZipHigh64(vPred, vPred)) ? 7 : 3;
     StoreColumn(ps16Pred, ps16Block);
     if (t.bVertical) {
         StoreVec(ps16Block, AddWrap(LoadVec(ps16Block), vPred));
@@ -145,79 +147,109 @@ MP4V_INLINE void PredictAc(int16_t* ps16Block, int16_t* ps16Pred, const Predicti
         for (int k = 1; k < 8; k++) ps16Block[8 * k] = ps16Pred[7 + k];
     }
     StoreVec(ps16Pred, LoadVec(ps16Block));
+    return t.bVertical ? u32Places : 8 * u32Places;
 }
 
-int32_t DecDc(BsCursor& tBs, bool bLuma) {
-    const uint32_t u32Size = bLuma ? DecDcSizeLuma(tBs) : DecDcSizeChroma(tBs);
-    if (u32Size == 0) return 0;
-    const int32_t s32Dc = DecDcDif(tBs, u32Size);
-    if (u32Size > 8) tBs.Skip(1);  // marker_bit
-    return s32Dc;
+// What the blocks of a macroblock have in common.
+struct IntraMb {
+    Neighbours tNeighbours;
+    uint32_t u32Quant;
+    uint32_t u32Cbp;
+    bool bAcPred;
+    bool bDcApart;
+    const uint16_t* apu16Scan[2];  // by direction of the prediction: horizontal, vertical
+    uint32_t au32Scaler[2];        // luma, chroma
+};
+
+MP4V_INLINE IntraMb StartIntraMb(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+    const Mp4vMbScratch& tMb = ptCtx->tMb;
+    const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
+    const bool bAcPred = tMb.u32AcPredFlag;
+    const uint32_t u32Scan = ptCtx->u32AltVertScan ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG;
+    return {FindNeighbours(ptCtx, u32Column, u32Row),
+            u32Quant,
+            tMb.u32Cbp,
+            bAcPred,
+            ptCtx->u32IntraDcThr > u32Quant,
+            {g_au16ScanTables[bAcPred ? SCAN_ALT_VERTICAL : u32Scan],
+             g_au16ScanTables[bAcPred && u32Scan == SCAN_ZIGZAG ? SCAN_ALT_HORIZONTAL : u32Scan]},
+            {DcScaler(u32Quant), DcScaler(33 + u32Quant)}};
+}
+
+// Returns the raster indices of what is not 0 beside the first, or-ed together.
+MP4V_INLINE uint32_t DecIntraBlockOf(const IntraMb& t, BsCursor* ptBs, uint32_t u32Block, int16_t* ps16Block,
+                                     int16_t* ps16Pred) {
+    const int32_t s32Scaler = (int32_t)t.au32Scaler[u32Block >> 2];
+    const Prediction tPred = ChooseDirection(t.tNeighbours, u32Block);
+    const bool bCoded = t.u32Cbp >> (5 - u32Block) & 1;
+    uint32_t u32Places = DecIntraLevels(ptBs, ps16Block,
+                                        !t.bDcApart    ? kDcAmongThem
+                                        : u32Block < 4 ? kDcLuma
+                                                       : kDcChroma,
+                                        bCoded ? t.apu16Scan[tPred.bVertical] : nullptr);
+    const int32_t s32DcPred = s32Scaler ? (tPred.ps16Pred[0] + (s32Scaler >> 1)) / s32Scaler : 0;
+    ps16Block[0] = (int16_t)(ps16Block[0] + s32DcPred);
+    if (t.bAcPred) {
+        u32Places |= PredictAc(ps16Block, ps16Pred, tPred, t.u32Quant);
+    } else {
+        if (u32Places >> 3) {
+            StoreColumn(ps16Pred, ps16Block);
+        } else {
+            StoreVec(ps16Pred + 7, Vec8{});
+        }
+        StoreVec(ps16Pred, LoadVec(ps16Block));
+    }
+    ps16Pred[0] = (int16_t)(s32Scaler * ps16Block[0]);
+    return u32Places;
 }
 
 }  // namespace
 
 void DecIntraMB(Mp4vDecCtx* ptCtx, int16_t* ps16Blocks, uint32_t u32Column, uint32_t u32Row) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
+    const IntraMb t = StartIntraMb(ptCtx, u32Column, u32Row);
     BsCursor tBs(ptCtx->tBs);
-    const Neighbours tNeighbours = FindNeighbours(ptCtx, u32Column, u32Row);
-    const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
-    const bool bDcApart = ptCtx->u32IntraDcThr > u32Quant;
-    const uint32_t u32Cbp = tMb.u32Cbp;
-    const bool bAcPred = tMb.u32AcPredFlag;
-    // By direction of the prediction.
-    const uint32_t au32Scan[2] = {ptCtx->u32AltVertScan || bAcPred ? 2u : 0u, ptCtx->u32AltVertScan ? 2u
-                                                                              : bAcPred             ? 1u
-                                                                                                    : 0u};
-    int16_t* ps16Pred = tMb.ptCurMbInfo->as16AcDcPred[0];
-    memset(ps16Blocks, 0, 6 * 64 * sizeof *ps16Blocks);
-    for (uint32_t b = 0; b < 6; b++, ps16Blocks += 64, ps16Pred += 16) {
-        const int32_t s32Scaler = (int32_t)DcScaler(b < 4 ? u32Quant : 33 + u32Quant);
-        const int32_t s32Dc = bDcApart ? DecDc(tBs, b < 4) : 0;
-        const Prediction tPred = ChooseDirection(tNeighbours, b);
-        const int32_t s32DcPred = s32Scaler ? (tPred.ps16Pred[0] + (s32Scaler >> 1)) / s32Scaler : 0;
-        const bool bCoded = u32Cbp >> (5 - b) & 1;
-        ps16Blocks[0] = (int16_t)s32Dc;
-        if (bCoded) DecIntraBlock(tBs, ps16Blocks, au32Scan[tPred.bVertical], bDcApart);
-        ps16Blocks[0] = (int16_t)(ps16Blocks[0] + s32DcPred);
-        if (bAcPred) {
-            PredictAc(ps16Blocks, ps16Pred, tPred, u32Quant);
-        } else if (bCoded) {
-            StoreColumn(ps16Pred, ps16Blocks);
-            StoreVec(ps16Pred, LoadVec(ps16Blocks));
-        } else {
-            StoreVec(ps16Pred, Vec8{});
-            StoreVec(ps16Pred + 7, Vec8{});
-        }
-        ps16Pred[0] = (int16_t)(s32Scaler * ps16Blocks[0]);
-        tMb.au32DcScaler[b] = (uint32_t)s32Scaler;
+    for (uint32_t b = 0; b < 6; b++) {
+        DecIntraBlockOf(t, &tBs, b, ps16Blocks + 64 * b, tMb.ptCurMbInfo->as16AcDcPred[b]);
+        tMb.au32DcScaler[b] = t.au32Scaler[b >> 2];
     }
     tBs.StoreTo(&ptCtx->tBs);
 }
-
-namespace {
-
-// One block, kernel by kernel unless they are the portable ones.
-void ReconIntraBlock(int16_t* ps16Block, uint32_t u32Places, bool bMpegQuant, uint32_t u32Quant, uint32_t u32DcScaler, uint8_t* pu8Dst,
-                     int32_t s32Pitch) {
-    const bool bPortable = IntraTransformIsPortable();
-    if (!bMpegQuant && bPortable && DequantH263Intra == DequantH263Intra_c)
-        return StoreIntraBlockH263(ps16Block, u32Places, u32Quant, u32DcScaler, pu8Dst, s32Pitch);
-    (bMpegQuant ? DequantMpegIntra : DequantH263Intra)(ps16Block, ps16Block, u32Quant, u32DcScaler);
-    if (bPortable) return StoreIntraBlock(ps16Block, u32Places, pu8Dst, s32Pitch);
-    Idct8x8(ps16Block);
-    McCopy16to8(pu8Dst, ps16Block, s32Pitch);
-}
-
-}  // namespace
 
 void ReconIntraMB(Mp4vDecCtx* ptCtx, uint32_t /*u32Column*/, uint32_t /*u32Row*/) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
     const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
     const BlockLayout tLayout = LayoutOf(ptCtx);
     for (uint32_t b = 0; b < 6; b++) {
-        const BlockTarget t = TargetOf(tMb, tLayout, b);
-        ReconIntraBlock(tMb.as16Coef + 64 * b, 63, ptCtx->u16QuantType, u32Quant, tMb.au32DcScaler[b], t.pu8Dst,
-                        t.s32Pitch);
+        int16_t* const ps16Block = tMb.as16Coef + 64 * b;
+        const BlockTarget tTarget = TargetOf(tMb, tLayout, b);
+        (ptCtx->u16QuantType ? DequantMpegIntra : DequantH263Intra)(ps16Block, ps16Block, u32Quant,
+                                                                    tMb.au32DcScaler[b]);
+        Idct8x8(ps16Block);
+        McCopy16to8(tTarget.pu8Dst, ps16Block, tTarget.s32Pitch);
+    }
+}
+
+bool IntraIsPortable(const Mp4vDecCtx* ptCtx) {
+    return IntraTransformIsPortable() &&
+           (ptCtx->u16QuantType ? DequantMpegIntra == DequantMpegIntra_c : DequantH263Intra == DequantH263Intra_c);
+}
+
+void DecIntraMbPortable(Mp4vDecCtx* ptCtx, BsCursor* ptBs, uint32_t u32Column, uint32_t u32Row) {
+    Mp4vMbScratch& tMb = ptCtx->tMb;
+    const IntraMb t = StartIntraMb(ptCtx, u32Column, u32Row);
+    const BlockLayout tLayout = LayoutOf(ptCtx);
+    int16_t* const ps16Block = tMb.as16Coef;
+#pragma GCC unroll 6
+    for (uint32_t b = 0; b < 6; b++) {
+        const uint32_t u32Places = DecIntraBlockOf(t, ptBs, b, ps16Block, tMb.ptCurMbInfo->as16AcDcPred[b]);
+        const BlockTarget tTarget = TargetOf(tMb, tLayout, b);
+        const uint32_t u32Scaler = t.au32Scaler[b >> 2];
+        if (ptCtx->u16QuantType) {
+            DequantMpegIntra_c(ps16Block, ps16Block, t.u32Quant, u32Scaler);
+            StoreIntraBlock(ps16Block, u32Places, tTarget.pu8Dst, tTarget.s32Pitch);
+        } else {
+            StoreIntraBlockH263(ps16Block, u32Places, t.u32Quant, u32Scaler, tTarget.pu8Dst, tTarget.s32Pitch);
+        }
     }
 }

@@ -20,6 +20,12 @@ MP4VDEC_API void DecIntraMB(Mp4vDecCtx* ptCtx, int16_t* ps16Blocks, uint32_t u32
 // Dequantises and transforms as16Coef and stores it in the current frame.
 MP4VDEC_API void ReconIntraMB(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row);
 
+// Whether DecIntraMbPortable may stand in for the two above.
+bool IntraIsPortable(const Mp4vDecCtx* ptCtx);
+
+// The two above at once, with the kernels of IntraIsPortable, from a cursor.
+void DecIntraMbPortable(Mp4vDecCtx* ptCtx, struct BsCursor* ptBs, uint32_t u32Column, uint32_t u32Row);
+
 // Decodes an I-VOP behind its header. pu8Out: the caller's picture; u32Flags: for PostProcess_MB.
 // Returns 0, BITSTREAM or COEFF.
 MP4VDEC_API uint32_t IVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags);

@@ -113,6 +113,13 @@ MP4V_INLINE uint32_t DecHeader(Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* 
 
 }  // namespace
 
+uint32_t DecMbHeader(Mp4vDecCtx* ptCtx, BsCursor* ptBs, uint32_t u32Column, uint32_t u32Row) {
+    BsCursor tBs(*ptBs);
+    const uint32_t u32Result = DecHeader(ptCtx, tBs, &ptCtx->tMb, u32Column, u32Row);
+    *ptBs = tBs;
+    return u32Result;
+}
+
 uint32_t DecMBInfo(Mp4vDecCtx* ptCtx, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row) {
     BsCursor tBs(ptCtx->tBs);
     const uint32_t u32Result = DecHeader(ptCtx, tBs, ptMb, u32Column, u32Row);

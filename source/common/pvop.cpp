@@ -56,15 +56,15 @@ MP4V_INLINE bool DecCoefs(BsCursor& tBs, const Mp4vDecCtx* ptCtx, int16_t* ps16B
 }
 
 // False with nothing done when some block is better left to the kernels.
-bool AddPortableResidual(Mp4vDecCtx* ptCtx) {
+bool AddPortableResidual(Mp4vDecCtx* ptCtx, BsCursor* ptBs) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
     if (tMb.ptCurMbInfo->u8Qp - 1u > 30) return false;
-    BsCursor tBs(ptCtx->tBs);
+    BsCursor tBs(*ptBs);
     CodedBlock atCoded[6];
     if (!(ptCtx->u16QuantType ? DecCoefs<true>(tBs, ptCtx, tMb.as16Coef, atCoded)
                               : DecCoefs<false>(tBs, ptCtx, tMb.as16Coef, atCoded)))
         return false;
-    tBs.StoreTo(&ptCtx->tBs);
+    *ptBs = tBs;
     const BlockLayout tLayout = LayoutOf(ptCtx);
     int16_t* ps16Block = tMb.as16Coef;
     const CodedBlock* ptCoded = atCoded;
@@ -79,8 +79,6 @@ bool AddPortableResidual(Mp4vDecCtx* ptCtx) {
 // Kernel by kernel.
 void AddResidual(Mp4vDecCtx* ptCtx) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
-    if (!tMb.u32Cbp) return;
-    if (ResidualIsPortable(ptCtx->u16QuantType) && AddPortableResidual(ptCtx)) return;
     const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
     const bool bMpegQuant = ptCtx->u16QuantType;
     DecInterBlocks_c(&ptCtx->tBs, tMb.as16Coef, ptCtx->u32AltVertScan ? 2 : 0, tMb.u32Cbp, bMpegQuant ? 0 : u32Quant);
@@ -116,35 +114,51 @@ MP4V_INLINE void ClearPredictors(MbInfo* ptInfo) {
     }
 }
 
-void ReconstructMb(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, bool bPortable) {
+// What holds the portable kernels. It is looked at once per row: while no other kernel is called nothing changes.
+struct Portable {
+    bool bNotCoded;
+    bool bPrediction;
+    bool bResidual;
+    bool bIntra;
+
+    explicit Portable(const Mp4vDecCtx* ptCtx)
+        : bNotCoded(MemCopy16x16 == MP4DecMemCopy16x16_c && MemCopy8x8 == MP4DecMemCopy8x8_c &&
+                    MemSet == MP4DecMemSet_c),
+          bPrediction(PredictionIsPortable(ptCtx->s16Interlaced)),
+          bResidual(ResidualIsPortable(ptCtx->u16QuantType)),
+          bIntra(IntraIsPortable(ptCtx)) {}
+};
+
+void ReconstructMb(Mp4vDecCtx* ptCtx, BsCursor& tBs, uint32_t u32Column, uint32_t u32Row, const Portable& tPortable) {
     const MbInfo* const ptInfo = ptCtx->tMb.ptCurMbInfo;
-    if (ptInfo->u8MbType == MB_NOT_CODED) {
-        CopyFromReference(ptCtx, u32Column, u32Row);
-    } else if (IsIntra(ptInfo->u8MbType)) {
+    if (ptInfo->u8MbType == MB_NOT_CODED) return CopyFromReference(ptCtx, u32Column, u32Row);
+    const bool bIntra = IsIntra(ptInfo->u8MbType);
+    if (bIntra && tPortable.bIntra) return DecIntraMbPortable(ptCtx, &tBs, u32Column, u32Row);
+    if (!bIntra) {
+        (tPortable.bPrediction ? PredictInterMbPortable : PredictInterMb)(ptCtx, u32Column, u32Row);
+        if (!ptCtx->tMb.u32Cbp || (tPortable.bResidual && AddPortableResidual(ptCtx, &tBs))) return;
+    }
+    tBs.StoreTo(&ptCtx->tBs);
+    if (bIntra) {
         DecIntraMB(ptCtx, ptCtx->tMb.as16Coef, u32Column, u32Row);
         ReconIntraMB(ptCtx, u32Column, u32Row);
     } else {
-        (bPortable ? PredictInterMbPortable : PredictInterMb)(ptCtx, u32Column, u32Row);
         AddResidual(ptCtx);
     }
-}
-
-// Whether macroblocks with not_coded may be decoded several at a time. An error from before ends the picture behind its
-// first one.
-bool CanDecNotCoded(const BsReader& tBs) {
-    return !tBs.u32BsError && MemCopy16x16 == MP4DecMemCopy16x16_c && MemCopy8x8 == MP4DecMemCopy8x8_c &&
-           MemSet == MP4DecMemSet_c;
+    tBs = BsCursor(ptCtx->tBs);
 }
 
 // How many macroblocks from the current one on have not_coded set, by bits that are not the last of their word.
-MP4V_INLINE uint32_t CountNotCoded(const BsReader& tBs) {
-    return (uint32_t)__builtin_clz(~(tBs.u32CurWord << tBs.u32BitPos) | 1u << tBs.u32BitPos);
+MP4V_INLINE uint32_t CountNotCoded(const BsCursor& tBs) {
+    const uint32_t u32CurWord = (uint32_t)(tBs.u64Window >> 32);
+    return (uint32_t)__builtin_clz(~(u32CurWord << tBs.u32BitPos) | 1u << tBs.u32BitPos);
 }
 
 // Decodes such macroblocks, up to the end of the row or one that is not just copied to the output. Returns how many.
-MP4V_INLINE uint32_t DecNotCoded(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, const PictureOutput& tOutput) {
+MP4V_INLINE uint32_t DecNotCoded(Mp4vDecCtx* ptCtx, BsCursor& tBs, uint32_t u32Column, uint32_t u32Row,
+                                 const PictureOutput& tOutput) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
-    const uint32_t u32Coming = CountNotCoded(ptCtx->tBs);
+    const uint32_t u32Coming = CountNotCoded(tBs);
     const uint32_t u32Left = ptCtx->u32MbWidth - u32Column;
     const uint32_t u32Most = u32Coming < u32Left ? u32Coming : u32Left;
     uint32_t u32Count = 0;
@@ -156,10 +170,40 @@ MP4V_INLINE uint32_t DecNotCoded(Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t
         const size_t stride = ptCtx->u32LumaStride;
         CopyMbs(MbAt(ptCtx->tRefFrame, stride, u32Column, u32Row), (ptrdiff_t)stride,
                 MbAt(ptCtx->tCurFrame, stride, u32Column, u32Row), (ptrdiff_t)stride, u32Count);
-        ptCtx->tBs.u32BitPos += u32Count;
+        tBs.u32BitPos += u32Count;
         NextMb(&tMb, u32Count);
     }
     return u32Count;
+}
+
+uint32_t DecodePicture(Mp4vDecCtx* ptCtx, BsCursor& tBs, PictureOutput& tOutput) {
+    for (uint32_t u32Row = 0; u32Row < ptCtx->u32MbHeight; u32Row++) {
+        StartMbRow(ptCtx, u32Row);
+        tOutput.StartRow(u32Row);
+        const Portable tPortable(ptCtx);
+        // An error from before ends the picture behind its first macroblock.
+        const bool bSeveral = tPortable.bNotCoded && !tBs.u32BsError;
+        for (uint32_t u32Column = 0; u32Column < ptCtx->u32MbWidth; u32Column++, NextMb(&ptCtx->tMb)) {
+            if (bSeveral) u32Column += DecNotCoded(ptCtx, tBs, u32Column, u32Row, tOutput);
+            if (u32Column == ptCtx->u32MbWidth) break;
+            MbInfo* const ptInfo = ptCtx->tMb.ptCurMbInfo;
+            const uint32_t u32Header = DecMbHeader(ptCtx, &tBs, u32Column, u32Row);
+            if (u32Header == kMbHeaderDecoded) {
+                ReconstructMb(ptCtx, tBs, u32Column, u32Row, tPortable);
+                if (!IsIntra(ptInfo->u8MbType)) ClearPredictors(ptInfo);
+                tOutput.Add(u32Column);
+            } else {
+                tOutput.Flush(u32Column);
+                if (u32Header == kMbHeaderInvalid) tBs.u32BsError = ERR_VID_MPEG4DEC_COEFF;
+            }
+            if (tBs.u32BsError) {
+                tOutput.Flush(u32Column + 1);
+                return tBs.u32BsError;
+            }
+        }
+        tOutput.Flush(ptCtx->u32MbWidth);
+    }
+    return MP4VDEC_OK;
 }
 
 }  // namespace
@@ -168,30 +212,8 @@ uint32_t PVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags) {
     VopEdgeExpand(ptCtx, &ptCtx->tRefFrame);
     ptCtx->u32RunningQp = ptCtx->u32VopQuant;
     PictureOutput tOutput = {ptCtx, pu8Out, u32Flags, 0, 0, 0};
-    for (uint32_t u32Row = 0; u32Row < ptCtx->u32MbHeight; u32Row++) {
-        StartMbRow(ptCtx, u32Row);
-        tOutput.StartRow(u32Row);
-        const bool bSeveral = CanDecNotCoded(ptCtx->tBs);
-        const bool bPortable = PredictionIsPortable(ptCtx->s16Interlaced);
-        for (uint32_t u32Column = 0; u32Column < ptCtx->u32MbWidth; u32Column++, NextMb(&ptCtx->tMb)) {
-            if (bSeveral) u32Column += DecNotCoded(ptCtx, u32Column, u32Row, tOutput);
-            if (u32Column == ptCtx->u32MbWidth) break;
-            MbInfo* const ptInfo = ptCtx->tMb.ptCurMbInfo;
-            const uint32_t u32Header = DecMBInfo(ptCtx, &ptCtx->tMb, u32Column, u32Row);
-            if (u32Header == kMbHeaderDecoded) {
-                ReconstructMb(ptCtx, u32Column, u32Row, bPortable);
-                if (!IsIntra(ptInfo->u8MbType)) ClearPredictors(ptInfo);
-                tOutput.Add(u32Column);
-            } else {
-                tOutput.Flush(u32Column);
-                if (u32Header == kMbHeaderInvalid) ptCtx->tBs.u32BsError = ERR_VID_MPEG4DEC_COEFF;
-            }
-            if (ptCtx->tBs.u32BsError) {
-                tOutput.Flush(u32Column + 1);
-                return ptCtx->tBs.u32BsError;
-            }
-        }
-        tOutput.Flush(ptCtx->u32MbWidth);
-    }
-    return MP4VDEC_OK;
+    BsCursor tBs(ptCtx->tBs);
+    const uint32_t u32Status = DecodePicture(ptCtx, tBs, tOutput);
+    tBs.StoreTo(&ptCtx->tBs);
+    return u32Status;
 }

@@ -23,6 +23,9 @@ extern const uint32_t g_au32RoundTab[16];
 // Decodes what precedes the blocks of the current macroblock. ptMb: &ptCtx->tMb.
 MP4VDEC_API uint32_t DecMBInfo(Mp4vDecCtx* ptCtx, Mp4vMbScratch* ptMb, uint32_t u32Column, uint32_t u32Row);
 
+// DecMBInfo for the current macroblock, from a cursor.
+uint32_t DecMbHeader(Mp4vDecCtx* ptCtx, struct BsCursor* ptBs, uint32_t u32Column, uint32_t u32Row);
+
 // Decodes a P-VOP behind its header; arguments and result as of IVopDecode.
 MP4VDEC_API uint32_t PVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags);
 }
