@@ -76,14 +76,14 @@ void ExpectAdded(const Block& block, const Samples& samples) {
     if (squares > kMaxSquares) return;
     Samples got = samples;
     Block scratch = block;
-    AddInterBlock(scratch.data(), PlacesOf(block), squares, got.data() + kOrigin, kPitch);
+    AddInterBlock(scratch.data(), {PlacesOf(block), squares, false}, got.data() + kOrigin, kPitch);
     ASSERT_EQ(Added(samples, block), got);
     if (block[63]) return;
     Block with_last = block;
     with_last[63] = 1;
     scratch = block;
     got = samples;
-    AddInterBlockAndLast(scratch.data(), PlacesOf(block), squares, got.data() + kOrigin, kPitch);
+    AddInterBlock(scratch.data(), {PlacesOf(block), squares, true}, got.data() + kOrigin, kPitch);
     ASSERT_EQ(Added(samples, with_last), got);
 }
 
@@ -222,7 +222,7 @@ TEST(ReconBlock, FollowsAnyPitch) {
         Block transformed = block, scratch = block;
         Mp4vDecIdct8x8_c(transformed.data());
         McAdd16to8_c(want.data() + origin, transformed.data(), pitch);
-        AddInterBlock(scratch.data(), PlacesOf(block), SquaresOf(block), got.data() + origin, pitch);
+        AddInterBlock(scratch.data(), {PlacesOf(block), SquaresOf(block), false}, got.data() + origin, pitch);
         ASSERT_EQ(want, got) << pitch;
     }
 }

@@ -169,12 +169,13 @@ TEST(InterTcoefTables, AreTheExpansionOfTableB17) {
     ExpectExpansion(g_atTableB17_3, "", 12, 8, lookup);
 }
 
-// What the digits mean to the block loops: the sign follows the code. Escapes, no code and codes whose sign lies behind
-// the digits are marked alike.
+// What the digits mean to the block loops: the sign follows the code; levels of inter blocks are doubled. Escapes, no
+// code and codes whose sign lies behind the digits are marked alike.
 uint32_t PackedEvent(const std::string& name, const std::string& digits) {
     const CodeRow* row = FindCode(name, digits);
     if (!row || IsEscape(*row) || row->code.size() >= digits.size()) return 0x4100;
-    const int level = digits[row->code.size()] == '1' ? -row->fields[2] : row->fields[2];
+    const int magnitude = name == "B-17" ? 2 * row->fields[2] + 1 : row->fields[2];
+    const int level = digits[row->code.size()] == '1' ? -magnitude : magnitude;
     const auto length = static_cast<uint32_t>(row->code.size() + 1);
     return static_cast<uint32_t>(static_cast<uint16_t>(level)) * 0x10000u +
            static_cast<uint32_t>(row->fields[1] + 1 + 64 * row->fields[0]) * 0x100u +
@@ -198,7 +199,8 @@ TEST(TcoefEvents, HaveTheDocumentedEntries) {
     EXPECT_EQ(g_tIntraEvents.au32Short[0x400], 0x00010103u);                             // 10 0: run 0, level 1
     EXPECT_EQ(g_tIntraEvents.au32Short[0x500], 0xFFFF0103u);                             // 10 1: level -1
     EXPECT_EQ(g_tIntraEvents.au32Short[0x380], 0x00014185u);                             // 0111 0: last
-    EXPECT_EQ(g_tInterEvents.au32Short[0x700], 0x00010305u);                             // 1110 0: run 2, level 1
+    EXPECT_EQ(g_tInterEvents.au32Short[0x700], 0x00030305u);                             // 1110 0: run 2, level 1
+    EXPECT_EQ(g_tInterEvents.au32Short[0x740], 0xFFFD0305u);                             // 1110 1: level -1
     for (int i = 48; i < 64; i++) EXPECT_EQ(g_tIntraEvents.au32Short[i], 0x4100u) << i;  // escape
     for (int i = 0; i < 16; i++) EXPECT_EQ(g_tInterEvents.au32Long[i], 0x4100u) << i;    // no code
 }

@@ -214,19 +214,16 @@ static_assert(kMaxSquares == transform::kShortLength * transform::kShortLength);
 
 }  // namespace
 
-void AddInterBlock(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Squares, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    if (u32Squares > kSmallSquares) return AddShort(ps16Block, pu8Dst, pitch);
-    ReconByShape<AddTo>(ps16Block, u32Places, Coefs{}, pu8Dst, pitch);
-}
-
-void AddInterBlockAndLast(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Squares, uint8_t* pu8Dst,
-                          ptrdiff_t pitch) {
-    if (u32Squares > kSmallSquares || u32Places & 32) {
-        ps16Block[63] = 1;
-        return AddInterBlock(ps16Block, 63, u32Squares, pu8Dst, pitch);
+void AddInterBlock(int16_t* ps16Block, const InterCoefs& t, uint8_t* pu8Dst, ptrdiff_t pitch) {
+    if (t.u32Squares <= kSmallSquares && !t.bAndLast)
+        return ReconByShape<AddTo>(ps16Block, t.u32Places, Coefs{}, pu8Dst, pitch);
+    if (t.u32Squares <= kSmallSquares && !(t.u32Places & 32)) {
+        if (t.u32Places & 4) return ReconSmall<kTop, true, AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
+        return ReconSmall<kQuarter, true, AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
     }
-    if (u32Places & 4) return ReconSmall<kTop, true, AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
-    return ReconSmall<kQuarter, true, AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
+    if (t.bAndLast) ps16Block[63] = 1;
+    if (t.u32Squares <= kSmallSquares) return ReconSmall<kWhole, false, AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
+    AddShort(ps16Block, pu8Dst, pitch);
 }
 
 void StoreIntraBlock(int16_t* ps16Block, uint32_t u32Places, uint8_t* pu8Dst, ptrdiff_t pitch) {

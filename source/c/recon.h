@@ -16,15 +16,18 @@ inline bool IntraTransformIsPortable() {
     return Idct8x8 == Mp4vDecIdct8x8_c && McCopy16to8 == McCopy16to8_c;
 }
 
-// u32Places: the raster indices of all coefficients that are not 0, or-ed together.
-
-// Idct8x8 and the addition of AddIdct8x8. u32Squares: the sum of the squares of the coefficients, at most kMaxSquares.
+// What is known of an inter block's coefficients.
+struct InterCoefs {
+    uint32_t u32Places;   // the raster indices of all of them, or-ed together
+    uint32_t u32Squares;  // the sum of them
+    bool bAndLast;        // 1 is to take the place of the last one, which is 0
+};
 constexpr uint32_t kMaxSquares = 1000 * 1000;
-void AddInterBlock(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Squares, uint8_t* pu8Dst, ptrdiff_t pitch);
 
-// The same with 1 in the place of the last coefficient, which is 0.
-void AddInterBlockAndLast(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Squares, uint8_t* pu8Dst,
-                          ptrdiff_t pitch);
+// Idct8x8 and the addition of AddIdct8x8. For squares up to kMaxSquares.
+void AddInterBlock(int16_t* ps16Block, const InterCoefs& t, uint8_t* pu8Dst, ptrdiff_t pitch);
+
+// u32Places: the raster indices of what is not 0 beside the first, or-ed together.
 
 // DequantH263Intra, Idct8x8 and McCopy16to8.
 void StoreIntraBlockH263(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Quant, uint32_t u32DcScaler,

@@ -68,6 +68,13 @@ MP4V_VEC void StoreVec(int16_t* ps16, Vec8 v) {
     memcpy(ps16, &v, 16);
 }
 
+// Clears kCount vectors. One by one, because compilers make loops of it that take longer.
+template <int kCount>
+MP4V_VEC void ClearVecs(int16_t* ps16) {
+    StoreVec(ps16, Vec8{});
+    if constexpr (kCount > 1) ClearVecs<kCount - 1>(ps16 + 8);
+}
+
 MP4V_VEC Bytes16 LoadBytes16(const uint8_t* pu8) {
 #if MP4V_VEC_NEON
     return (Bytes16)vld1q_u8(pu8);

@@ -55,6 +55,14 @@ struct BsCursor {
         ptBs->u32BsError = u32BsError;
     }
 
+    // Moves another cursor on the same chunk here.
+    MP4V_INLINE void MoveTo(BsCursor* ptOther) const {
+        ptOther->u64Window = u64Window;
+        ptOther->u32BitPos = u32BitPos;
+        ptOther->offset = offset;
+        ptOther->u32BsError = u32BsError;
+    }
+
     // 1 <= n <= 32
     MP4V_INLINE uint32_t Show(uint32_t u32Bits) const { return (uint32_t)((u64Window << u32BitPos) >> (64 - u32Bits)); }
 

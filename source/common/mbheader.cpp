@@ -116,7 +116,7 @@ MP4V_INLINE uint32_t DecHeader(Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* 
 uint32_t DecMbHeader(Mp4vDecCtx* ptCtx, BsCursor* ptBs, uint32_t u32Column, uint32_t u32Row) {
     BsCursor tBs(*ptBs);
     const uint32_t u32Result = DecHeader(ptCtx, tBs, &ptCtx->tMb, u32Column, u32Row);
-    *ptBs = tBs;
+    tBs.MoveTo(ptBs);
     return u32Result;
 }
 

@@ -3,10 +3,9 @@
 
 #include "common/pvop.h"
 
-#include <string.h>
-
 #include "c/image.h"
 #include "c/recon.h"
+#include "c/vec.h"
 #include "common/block.h"
 #include "common/headers.h"
 #include "common/intra.h"
@@ -23,55 +22,30 @@ bool ResidualIsPortable(bool bMpegQuant) {
            (bMpegQuant ? DequantMpegInter == DequantMpegInter_c : DequantH263Inter == DequantH263Inter_c);
 }
 
-// What AddPortableResidual needs to know of a block.
-struct CodedBlock {
-    uint32_t u32Places;
-    uint32_t u32Squares;
-    bool bAndLast;
-};
-
-MP4V_INLINE uint32_t FirstCoded(uint32_t u32Cbp) {
-    return (uint32_t)__builtin_clz(u32Cbp) - 26;
-}
-
-// Whether all blocks are there and small.
-template <bool kMpeg>
-MP4V_INLINE bool DecCoefs(BsCursor& tBs, const Mp4vDecCtx* ptCtx, int16_t* ps16Block, CodedBlock* ptCoded) {
-    const Mp4vMbScratch& tMb = ptCtx->tMb;
-    const uint16_t* const pu16Scan = g_au16ScanTables[ptCtx->u32AltVertScan ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG];
-    CoefSink<kMpeg> tSink(tMb.ptCurMbInfo->u8Qp);
-    for (uint32_t u32Left = tMb.u32Cbp; u32Left; u32Left &= u32Left - 1, ps16Block += 64, ptCoded++) {
-        tSink.Start(ps16Block);
-        if (DecEvents<false>(tBs, tSink, pu16Scan, 0).u32Failed || tSink.bRefused) return false;
-        if (tSink.u32Squares > kMaxSquares) return false;
-        ptCoded->u32Places = tSink.u32Places;
-        ptCoded->u32Squares = tSink.u32Squares;
-        ptCoded->bAndLast = false;
-        if (kMpeg && !(tSink.s32Parity & 1)) {  // mismatch control
-            ptCoded->bAndLast = ps16Block[63] == 0;
-            ps16Block[63] ^= 1;
-        }
-    }
-    return true;
-}
-
 // False with nothing done when some block is better left to the kernels.
 bool AddPortableResidual(Mp4vDecCtx* ptCtx, BsCursor* ptBs) {
     Mp4vMbScratch& tMb = ptCtx->tMb;
-    if (tMb.ptCurMbInfo->u8Qp - 1u > 30) return false;
-    BsCursor tBs(*ptBs);
-    CodedBlock atCoded[6];
-    if (!(ptCtx->u16QuantType ? DecCoefs<true>(tBs, ptCtx, tMb.as16Coef, atCoded)
-                              : DecCoefs<false>(tBs, ptCtx, tMb.as16Coef, atCoded)))
-        return false;
-    *ptBs = tBs;
+    const uint32_t u32Quant = tMb.ptCurMbInfo->u8Qp;
+    if (u32Quant - 1 > 30) return false;
+    const uint32_t u32Cbp = tMb.u32Cbp;
+    const auto DecCoefs = ptCtx->u16QuantType ? DecMpegCoefs : DecH263Coefs;
+    const uint16_t* const pu16Scan = g_au16ScanTables[ptCtx->u32AltVertScan ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG];
+    const BsCursor tBefore = *ptBs;
+    InterCoefs atCoefs[6];
+#pragma GCC unroll 6
+    for (uint32_t b = 0; b < 6; b++) {
+        if (!(u32Cbp >> (5 - b) & 1)) continue;
+        if (MP4V_UNLIKELY(!DecCoefs(ptBs, tMb.as16Coef + 64 * b, atCoefs + b, pu16Scan, u32Quant))) {
+            *ptBs = tBefore;
+            return false;
+        }
+    }
     const BlockLayout tLayout = LayoutOf(ptCtx);
-    int16_t* ps16Block = tMb.as16Coef;
-    const CodedBlock* ptCoded = atCoded;
-    for (uint32_t u32Left = tMb.u32Cbp; u32Left; u32Left ^= 32 >> FirstCoded(u32Left), ps16Block += 64, ptCoded++) {
-        const BlockTarget t = TargetOf(tMb, tLayout, FirstCoded(u32Left));
-        (ptCoded->bAndLast ? AddInterBlockAndLast : AddInterBlock)(ps16Block, ptCoded->u32Places, ptCoded->u32Squares,
-                                                                   t.pu8Dst, t.s32Pitch);
+#pragma GCC unroll 6
+    for (uint32_t b = 0; b < 6; b++) {
+        if (!(u32Cbp >> (5 - b) & 1)) continue;
+        const BlockTarget t = TargetOf(tMb, tLayout, b);
+        AddInterBlock(tMb.as16Coef + 64 * b, atCoefs[b], t.pu8Dst, t.s32Pitch);
     }
     return true;
 }
@@ -106,9 +80,13 @@ void CopyFromReference(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32
 // Half of the predictors only, those of blocks 0 to 2: what prediction finds depends on it.
 constexpr uint32_t kClearedPredictors = sizeof(MbInfo::as16AcDcPred) / 2;
 
+MP4V_INLINE void ClearPredictorsPortable(MbInfo* ptInfo) {
+    ClearVecs<kClearedPredictors / sizeof(Vec8)>(ptInfo->as16AcDcPred[0]);
+}
+
 MP4V_INLINE void ClearPredictors(MbInfo* ptInfo) {
     if (MP4V_LIKELY(MemSet == MP4DecMemSet_c)) {
-        memset(ptInfo->as16AcDcPred, 0, kClearedPredictors);
+        ClearPredictorsPortable(ptInfo);
     } else {
         MemSet(ptInfo->as16AcDcPred, 0, kClearedPredictors);
     }
@@ -164,7 +142,7 @@ MP4V_INLINE uint32_t DecNotCoded(Mp4vDecCtx* ptCtx, BsCursor& tBs, uint32_t u32C
     uint32_t u32Count = 0;
     for (MbInfo* ptInfo = tMb.ptCurMbInfo; u32Count < u32Most && tOutput.MayWait(*ptInfo); u32Count++, ptInfo++) {
         SetNotCoded(ptInfo);
-        memset(ptInfo->as16AcDcPred, 0, kClearedPredictors);
+        ClearPredictorsPortable(ptInfo);
     }
     if (u32Count) {
         const size_t stride = ptCtx->u32LumaStride;

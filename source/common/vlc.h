@@ -69,30 +69,38 @@ static MP4V_INLINE uint32_t DecCbpy(BsCursor& tBs, uint32_t u32Intra) {
     return u32Intra ? u32Cbpy : 15 - u32Cbpy;
 }
 
-// dct_dc_size of a luma block [0, 12]. Eleven zeros are size 0 and stay where they are.
-static MP4V_INLINE uint32_t DecDcSizeLuma(BsCursor& tBs) {
-    const uint32_t u32Code = tBs.Show(11);
-    if (u32Code >= 256) {
-        tBs.Skip(u32Code >= 1024 ? 2 : 3);
-        // 001: 4, 010: 3, 011: 0, 10x: 2, 11x: 1
-        return 0x11220340u >> (u32Code >> 8) * 4 & 15;
-    }
-    if (MP4V_UNLIKELY(u32Code == 0)) return 0;
-    const uint32_t u32Zeros = (uint32_t)__builtin_clz(u32Code) - 21;  // [3, 10]
-    tBs.Skip(u32Zeros + 1);
-    return u32Zeros + 2;
+// A dct_dc_size and how many bits it takes.
+struct DcSize {
+    uint32_t u32Size;    // [0, 12]
+    uint32_t u32Length;  // [0, 12]
+};
+
+// Of a luma block, at the start of 32 bits. Eleven zeros are size 0 and stay where they are.
+static MP4V_INLINE DcSize FindDcSizeLuma(uint32_t u32Bits) {
+    // 001: 4, 010: 3, 011: 0, 10x: 2, 11x: 1
+    if (u32Bits >> 29) return {0x11220340u >> (u32Bits >> 29) * 4 & 15, 3 - (u32Bits >> 31)};
+    if (MP4V_UNLIKELY(u32Bits >> 21 == 0)) return {0, 0};
+    const uint32_t u32Zeros = (uint32_t)__builtin_clz(u32Bits);  // [3, 10]
+    return {u32Zeros + 2, u32Zeros + 1};
 }
 
-// dct_dc_size of a chroma block [0, 12]. Twelve zeros are size 3 of 2 bits.
+// Of a chroma block. Twelve zeros are size 3 of 2 bits.
+static MP4V_INLINE DcSize FindDcSizeChroma(uint32_t u32Bits) {
+    if (u32Bits >> 30 || u32Bits >> 20 == 0) return {3 - (u32Bits >> 30), 2};
+    const uint32_t u32Zeros = (uint32_t)__builtin_clz(u32Bits);  // [2, 11]
+    return {u32Zeros + 1, u32Zeros + 1};
+}
+
+static MP4V_INLINE uint32_t DecDcSizeLuma(BsCursor& tBs) {
+    const DcSize t = FindDcSizeLuma(tBs.Show(32));
+    tBs.Skip(t.u32Length);
+    return t.u32Size;
+}
+
 static MP4V_INLINE uint32_t DecDcSizeChroma(BsCursor& tBs) {
-    const uint32_t u32Code = tBs.Show(12);
-    if (u32Code >= 1024 || u32Code == 0) {
-        tBs.Skip(2);
-        return 3 - (u32Code >> 10);
-    }
-    const uint32_t u32Zeros = (uint32_t)__builtin_clz(u32Code) - 20;  // [2, 11]
-    tBs.Skip(u32Zeros + 1);
-    return u32Zeros + 1;
+    const DcSize t = FindDcSizeChroma(tBs.Show(32));
+    tBs.Skip(t.u32Length);
+    return t.u32Size;
 }
 
 // dct_dc_differential of 0..32 bits; the marker behind a long one stays.

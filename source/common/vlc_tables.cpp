@@ -246,7 +246,7 @@ constexpr void FillEvent(uint32_t (&au32Table)[N], uint32_t u32IndexBits, CodeBi
 }
 
 template <size_t M>
-constexpr TcoefEvents ExpandEvents(const TcoefCode (&atCodes)[M]) {
+constexpr TcoefEvents ExpandEvents(const TcoefCode (&atCodes)[M], bool bInter) {
     TcoefEvents tEvents = {};
     for (uint32_t& u32 : tEvents.au32Short) u32 = MP4V_NO_EVENT;
     for (uint32_t& u32 : tEvents.au32Long) u32 = MP4V_NO_EVENT;
@@ -254,7 +254,8 @@ constexpr TcoefEvents ExpandEvents(const TcoefCode (&atCodes)[M]) {
         const CodeBits tCode = ParseBits(t.ps8Bits);
         for (uint32_t u32Sign = 0; u32Sign < 2; u32Sign++) {
             const CodeBits tSigned = {tCode.u32Bits << 1 | u32Sign, tCode.u32Length + 1};
-            const uint32_t u32Level = (uint32_t)(u32Sign ? -t.s32Level : t.s32Level) & 0xFFFF;
+            const int32_t s32Level = bInter ? 2 * t.s32Level + 1 : t.s32Level;
+            const uint32_t u32Level = (uint32_t)(u32Sign ? -s32Level : s32Level);
             const uint32_t u32Step = (uint32_t)(t.s32Run + 1 + 64 * t.s32Last);
             const uint32_t u32Event = u32Level << 16 | u32Step << 8 | (uint32_t)t.s32Last << 7;
             FillEvent(tEvents.au32Short, 11, tSigned, u32Event | tSigned.u32Length);
@@ -303,8 +304,8 @@ constexpr VlcTable<96> g_atTableB17_2 = ExpandTcoef<96>(kInterTcoefCodes, 4, 10,
 constexpr VlcTable<120> g_atTableB17_3 = ExpandTcoef<120>(kInterTcoefCodes, 4, 12, 8);
 static_assert(CountUnused(g_atTableB17_1) + CountUnused(g_atTableB17_2) + CountUnused(g_atTableB17_3) == 0);
 
-constexpr TcoefEvents g_tIntraEvents = ExpandEvents(kIntraTcoefCodes);
-constexpr TcoefEvents g_tInterEvents = ExpandEvents(kInterTcoefCodes);
+constexpr TcoefEvents g_tIntraEvents = ExpandEvents(kIntraTcoefCodes, false);
+constexpr TcoefEvents g_tInterEvents = ExpandEvents(kInterTcoefCodes, true);
 
 constexpr TcoefLimits g_tIntraLimits = FindLimits(kIntraTcoefCodes);
 constexpr TcoefLimits g_tInterLimits = FindLimits(kInterTcoefCodes);

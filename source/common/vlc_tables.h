@@ -27,8 +27,9 @@ struct VlcTable {
 #define MP4V_TCOEF_ESCAPE 0x1BFF
 
 // The same events for the block loops, sign included: by the next 11 bits or, where those are below 64, by the next 13.
-// Bits 0..5: length; 7: last; 8..15: run + 1, and 64 more if last; 16..31: signed level. So the fields below the level
-// can be summed up over a block, which ends with a sum of 128 in bits 8..15 that begin at 64.
+// Bits 0..5: length; 7: last; 8..15: run + 1, and 64 more if last; 16..31: the signed level, of inter blocks doubled
+// and one further away from 0. So the fields below the level can be summed up over a block, which ends with a sum of
+// 128 in bits 8..15 that begin at 64.
 struct TcoefEvents {
     uint32_t au32Short[2048];
     uint32_t au32Long[256];
