@@ -78,6 +78,15 @@ struct BsCursor {
         }
     }
 
+    // Skip while IsFarFromEnd, which is not looked at.
+    MP4V_INLINE void SkipFar(uint32_t u32Bits) {
+        u32BitPos += u32Bits;
+        if (!(u32BitPos & 32)) return;
+        u32BitPos -= 32;
+        u64Window = u64Window << 32 | LoadBigEndian32(pu8BufStart + offset);
+        offset += 4;
+    }
+
     // 1 <= n <= 32
     MP4V_INLINE uint32_t Read(uint32_t u32Bits) {
         const uint32_t u32Value = Show(u32Bits);

@@ -13,11 +13,16 @@ void SetAllMvs(MbInfo* ptMb, Mp4vMv tMv) {
     for (Mp4vMv& t : ptMb->as32Mv) t = tMv;
 }
 
+// A vector from its predictor and its difference.
+MP4V_INLINE Mp4vMv AddDifference(Mp4vMv tPred, int32_t s32X, int32_t s32Y, uint32_t u32Fcode) {
+    return {WrapMv(AddWrapping(tPred.s32X, s32X), u32Fcode), WrapMv(AddWrapping(tPred.s32Y, s32Y), u32Fcode)};
+}
+
 // Predictor plus difference, x before y.
 MP4V_INLINE Mp4vMv DecVector(BsCursor& tBs, uint32_t u32Fcode, Mp4vMv tPred) {
-    const int32_t s32X = WrapMv(AddWrapping(tPred.s32X, DecMv(tBs, u32Fcode)), u32Fcode);
-    const int32_t s32Y = WrapMv(AddWrapping(tPred.s32Y, DecMv(tBs, u32Fcode)), u32Fcode);
-    return {s32X, s32Y};
+    const int32_t s32X = DecMv(tBs, u32Fcode);
+    const int32_t s32Y = DecMv(tBs, u32Fcode);
+    return AddDifference(tPred, s32X, s32Y, u32Fcode);
 }
 
 MP4V_INLINE Mp4vMv Predictor(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row, uint32_t u32Block) {
@@ -111,7 +116,69 @@ MP4V_INLINE uint32_t DecHeader(Mp4vDecCtx* ptCtx, BsCursor& tBs, Mp4vMbScratch* 
     return kMbHeaderDecoded;
 }
 
+MP4V_INLINE Mp4vMv DecVectorFar(const Mp4vDecCtx* ptCtx, BsCursor& tBs, uint32_t u32Column, uint32_t u32Row,
+                                uint32_t u32Block) {
+    const uint32_t u32Fcode = ptCtx->u32FcodeForward;
+    const Mp4vMv tPred = FindPmv<true>(ptCtx->tMb.ptCurMbInfo, u32Column, u32Row, ptCtx->u32MbWidth, u32Block);
+    const int32_t s32X = DecMvFar(tBs, u32Fcode);
+    const int32_t s32Y = DecMvFar(tBs, u32Fcode);
+    return AddDifference(tPred, s32X, s32Y, u32Fcode);
+}
+
+// At most 19 bits of symbols and 8 differences of 19 bits each: the words behind the next two.
+constexpr size_t kLongestHeader = 24;
+
 }  // namespace
+
+bool DecMbHeaderFar(Mp4vDecCtx* ptCtx, BsCursor* ptBs, uint32_t u32Column, uint32_t u32Row) {
+    BsCursor tBs(*ptBs);
+    Mp4vMbScratch& tMb = ptCtx->tMb;
+    MbInfo* const ptInfo = tMb.ptCurMbInfo;
+    const uint32_t u32Bits = tBs.Show(32);
+    if (tBs.offset + kLongestHeader > tBs.length || u32Bits >> 31) return false;  // not_coded
+    uint32_t u32Mcbpc = MB_INTER;
+    uint32_t u32Length = 2;
+    if (!(u32Bits >> 30)) {
+        const uint32_t u32Code = u32Bits >> 22;
+        if (u32Code < 2) return false;  // stuffing, or no code
+        u32Mcbpc = (uint32_t)g_atMcbpcInterTable[u32Code].s32Value;
+        u32Length = 1 + (uint32_t)g_atMcbpcInterTable[u32Code].s32Length;
+    }
+    const uint8_t u8MbType = u32Mcbpc & 7;
+    const bool bIntra = IsIntra(u8MbType);
+    uint32_t u32AcPredFlag = 0;
+    if (bIntra) u32AcPredFlag = u32Bits << u32Length++ >> 31;
+    const uint32_t u32CbpyCode = u32Bits << u32Length >> 26;
+    uint32_t u32Cbpy = 15;
+    if (u32CbpyCode < 48) {
+        if (u32CbpyCode < 2) return false;
+        u32Cbpy = (uint32_t)g_atCbpyTable[u32CbpyCode].s32Value;
+        u32Length += (uint32_t)g_atCbpyTable[u32CbpyCode].s32Length;
+    } else {
+        u32Length += 2;
+    }
+    if (!ptCtx->u16QpCarry) ptCtx->u32RunningQp = ptCtx->u32VopQuant;
+    if (u8MbType == MB_INTER_Q || u8MbType == MB_INTRA_Q) {
+        ptCtx->u32RunningQp = ChangeQuantiser(ptCtx->u32RunningQp, u32Bits << u32Length >> 30);
+        u32Length += 2;
+    }
+    tBs.SkipFar(u32Length);
+    ptInfo->u8Qp = (uint8_t)ptCtx->u32RunningQp;
+    ptInfo->u8MbType = u8MbType;
+    ptInfo->u8FieldPred = 0;
+    tMb.u32AcPredFlag = u32AcPredFlag;
+    tMb.u32Cbp = u32Mcbpc >> 4 | (bIntra ? u32Cbpy : 15 - u32Cbpy) << 2;
+    tMb.s32DctType = 0;
+    if (bIntra) {
+        SetAllMvs(ptInfo, {0, 0});
+    } else if (u8MbType == MB_INTER4V) {
+        for (uint32_t b = 0; b < 4; b++) ptInfo->as32Mv[b] = DecVectorFar(ptCtx, tBs, u32Column, u32Row, b);
+    } else {
+        SetAllMvs(ptInfo, DecVectorFar(ptCtx, tBs, u32Column, u32Row, 0));
+    }
+    tBs.MoveTo(ptBs);
+    return true;
+}
 
 uint32_t DecMbHeader(Mp4vDecCtx* ptCtx, BsCursor* ptBs, uint32_t u32Column, uint32_t u32Row) {
     BsCursor tBs(*ptBs);

@@ -41,6 +41,24 @@ static MP4V_INLINE int32_t DecMv(BsCursor& tBs, uint32_t u32Fcode) {
     return s32Code > 0 ? s32Magnitude : -s32Magnitude;
 }
 
+// DecMv far from the end.
+static MP4V_INLINE int32_t DecMvFar(BsCursor& tBs, uint32_t u32Fcode) {
+    const uint32_t u32Bits = tBs.Show(32);
+    if (u32Bits >> 31) {
+        tBs.SkipFar(1);
+        return 0;
+    }
+    const VlcEntry& tEntry = FindMotionEntry(u32Bits >> 19);
+    const int32_t s32Code = tEntry.s32Value;
+    const uint32_t u32Length = 1 + (uint32_t)tEntry.s32Length;
+    const uint32_t u32ResidualBits = ResidualBits(u32Fcode);
+    tBs.SkipFar(u32Length + u32ResidualBits);
+    // Twice, because a shift by 32 has no meaning.
+    const uint32_t u32Residual = u32Bits << u32Length >> 1 >> (31 - u32ResidualBits);
+    const int32_t s32Magnitude = ((__builtin_abs(s32Code) - 1) << u32ResidualBits) + (int32_t)u32Residual + 1;
+    return s32Code > 0 ? s32Magnitude : -s32Magnitude;
+}
+
 // Brings a sum of predictor and difference back into the range of its f_code, [0, 7], by one correction.
 static MP4V_INLINE int32_t WrapMv(int32_t s32Value, uint32_t u32Fcode) {
     const int32_t s32Half = 32 << ResidualBits(u32Fcode);
@@ -56,9 +74,10 @@ static MP4V_INLINE int32_t Median(int32_t s32A, int32_t s32B, int32_t s32C) {
     return s32Raised > s32High ? s32High : s32Raised;
 }
 
-// GetMedian, without a call where it is the portable kernel.
+// GetMedian, without a call where it is the portable kernel. kPortable: it is known to be.
+template <bool kPortable>
 static MP4V_INLINE Mp4vMv MedianOf(const Mp4vMv* ptA, const Mp4vMv* ptB, const Mp4vMv* ptC) {
-    if (MP4V_LIKELY(GetMedian == MPEG4DecGetMedian_c)) {
+    if (kPortable || GetMedian == MPEG4DecGetMedian_c) {
         return {Median(ptA->s32X, ptB->s32X, ptC->s32X), Median(ptA->s32Y, ptB->s32Y, ptC->s32Y)};
     }
     Mp4vMv t;
@@ -67,6 +86,7 @@ static MP4V_INLINE Mp4vMv MedianOf(const Mp4vMv* ptA, const Mp4vMv* ptB, const M
 }
 
 // GetPMV by value.
+template <bool kPortable = false>
 static MP4V_INLINE Mp4vMv FindPmv(const MbInfo* ptCur, uint32_t u32Column, uint32_t u32Row, uint32_t u32MbWidth,
                                   uint32_t u32Block) {
     // The spare records around the picture hold zero vectors, as do intra and not-coded neighbours: no availability
@@ -81,13 +101,13 @@ static MP4V_INLINE Mp4vMv FindPmv(const MbInfo* ptCur, uint32_t u32Column, uint3
     const Mp4vMv* const ptTopRightMv = (ptCur - (ptrdiff_t)u32MbWidth)->as32Mv;
     switch (u32Block) {
         case 0:
-            return MedianOf(&ptLeftMv[1], &ptTopMv[2], &ptTopRightMv[2]);
+            return MedianOf<kPortable>(&ptLeftMv[1], &ptTopMv[2], &ptTopRightMv[2]);
         case 1:
-            return MedianOf(&ptCurMv[0], &ptTopMv[3], &ptTopRightMv[2]);
+            return MedianOf<kPortable>(&ptCurMv[0], &ptTopMv[3], &ptTopRightMv[2]);
         case 2:
-            return MedianOf(&ptLeftMv[3], &ptCurMv[0], &ptCurMv[1]);
+            return MedianOf<kPortable>(&ptLeftMv[3], &ptCurMv[0], &ptCurMv[1]);
         default:
-            return MedianOf(&ptCurMv[2], &ptCurMv[0], &ptCurMv[1]);
+            return MedianOf<kPortable>(&ptCurMv[2], &ptCurMv[0], &ptCurMv[1]);
     }
 }
 

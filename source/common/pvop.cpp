@@ -98,13 +98,15 @@ struct Portable {
     bool bPrediction;
     bool bResidual;
     bool bIntra;
+    bool bMedian;
 
     explicit Portable(const Mp4vDecCtx* ptCtx)
         : bNotCoded(MemCopy16x16 == MP4DecMemCopy16x16_c && MemCopy8x8 == MP4DecMemCopy8x8_c &&
                     MemSet == MP4DecMemSet_c),
           bPrediction(PredictionIsPortable(ptCtx->s16Interlaced)),
           bResidual(ResidualIsPortable(ptCtx->u16QuantType)),
-          bIntra(IntraIsPortable(ptCtx)) {}
+          bIntra(IntraIsPortable(ptCtx)),
+          bMedian(GetMedian == MPEG4DecGetMedian_c) {}
 };
 
 void ReconstructMb(Mp4vDecCtx* ptCtx, BsCursor& tBs, uint32_t u32Column, uint32_t u32Row, const Portable& tPortable) {
@@ -161,11 +163,14 @@ uint32_t DecodePicture(Mp4vDecCtx* ptCtx, BsCursor& tBs, PictureOutput& tOutput)
         const Portable tPortable(ptCtx);
         // An error from before ends the picture behind its first macroblock.
         const bool bSeveral = tPortable.bNotCoded && !tBs.u32BsError;
+        const bool bShortHeader = tPortable.bMedian && !ptCtx->s16Interlaced;
         for (uint32_t u32Column = 0; u32Column < ptCtx->u32MbWidth; u32Column++, NextMb(&ptCtx->tMb)) {
             if (bSeveral) u32Column += DecNotCoded(ptCtx, tBs, u32Column, u32Row, tOutput);
             if (u32Column == ptCtx->u32MbWidth) break;
             MbInfo* const ptInfo = ptCtx->tMb.ptCurMbInfo;
-            const uint32_t u32Header = DecMbHeader(ptCtx, &tBs, u32Column, u32Row);
+            const uint32_t u32Header = bShortHeader && DecMbHeaderFar(ptCtx, &tBs, u32Column, u32Row)
+                                           ? (uint32_t)kMbHeaderDecoded
+                                           : DecMbHeader(ptCtx, &tBs, u32Column, u32Row);
             if (u32Header == kMbHeaderDecoded) {
                 ReconstructMb(ptCtx, tBs, u32Column, u32Row, tPortable);
                 if (!IsIntra(ptInfo->u8MbType)) ClearPredictors(ptInfo);

@@ -26,6 +26,10 @@ MP4VDEC_API uint32_t DecMBInfo(Mp4vDecCtx* ptCtx, Mp4vMbScratch* ptMb, uint32_t 
 // DecMBInfo for the current macroblock, from a cursor.
 uint32_t DecMbHeader(Mp4vDecCtx* ptCtx, struct BsCursor* ptBs, uint32_t u32Column, uint32_t u32Row);
 
+// The same for what is decoded of pictures that are not interlaced, far from the end of the chunk, while GetMedian is
+// the portable kernel. Returns false with nothing done for anything else.
+bool DecMbHeaderFar(Mp4vDecCtx* ptCtx, struct BsCursor* ptBs, uint32_t u32Column, uint32_t u32Row);
+
 // Decodes a P-VOP behind its header; arguments and result as of IVopDecode.
 MP4VDEC_API uint32_t PVopDecode(Mp4vDecCtx* ptCtx, uint8_t* pu8Out, uint32_t u32Flags);
 }
