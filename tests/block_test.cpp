@@ -849,6 +849,134 @@ TEST(BlockDecoders, NoticeTheEndOfTheChunkExactlyWhereTheModelDoes) {
     }
 }
 
+// ---- The decoders of the macroblock loops
+
+// Events of the kind, sometimes damaged, in a chunk that ends behind them or anywhere.
+std::vector<uint8_t> SomeBlocks(Random& random, bool intra, int blocks, bool with_dc, bool luma) {
+    BitWriter writer;
+    for (; blocks > 0; blocks--) {
+        if (with_dc) writer.Bits(DcCode(random.Between(-300, 300), luma));
+        for (int events = random.Between(0, 12); events > 0; events--) writer.Bits(RandomEvent(random, intra, false));
+        if (random.Chance(20)) writer.Put(random.Next(), 9);
+        writer.Bits(RandomEvent(random, intra, true));
+    }
+    std::vector<uint8_t> bytes = writer.Bytes();
+    if (random.Chance(2)) bytes.resize(random.Below(static_cast<uint32_t>(bytes.size()) + 1));
+    return bytes;
+}
+
+uint32_t PlacesOf(const Block& block) {
+    uint32_t places = 0;
+    for (uint32_t i = 0; i < 64; i++)
+        if (block.at(i)) places |= i;
+    return places;
+}
+
+TEST(DecIntraLevels, AreTheSymbolsOneAfterAnother) {
+    for (uint32_t seed = 0; seed < 6000; seed++) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed);
+        Random random(seed);
+        const auto dc = static_cast<IntraDc>(random.Below(3));
+        const bool coded = !random.Chance(5);
+        const uint32_t scan = random.Below(3);
+        const ExactChunk chunk(SomeBlocks(random, true, 6, dc != kDcAmongThem, dc == kDcLuma), random.Below(4),
+                               random.Byte());
+        BsReader want_reader = chunk.Reader();
+        BsReader got_reader = want_reader;
+        BsCursor cursor(got_reader);
+        for (int n = 0; n < 6; n++) {
+            Block want{};
+            Block got;
+            got.fill(99);
+            if (dc != kDcAmongThem) {
+                const uint32_t size = dc == kDcLuma ? DecDcSizeLuma_c(&want_reader) : DecDcSizeChroma_c(&want_reader);
+                want[0] = static_cast<int16_t>(DecDcDif_c(&want_reader, size));
+                if (size > 8) BsSkip(&want_reader, 1);
+            }
+            if (coded) DecIntraBlock_c(&want_reader, want.data(), scan, dc != kDcAmongThem);
+            const uint32_t places = DecIntraLevels(&cursor, got.data(), dc, coded ? g_au16ScanTables[scan] : nullptr);
+            cursor.StoreTo(&got_reader);
+            ASSERT_EQ(got, want);
+            ASSERT_EQ(got_reader, want_reader);
+            want[0] = 0;
+            ASSERT_EQ(places & PlacesOf(want), PlacesOf(want));
+        }
+    }
+}
+
+// Where they succeed: the block decoder and the kernel.
+void CompareCoefs(Random& random, bool mpeg, int* count) {
+    const uint32_t quant = 1 + random.Below(31);
+    const uint32_t scan = random.Below(2) * 2;
+    const ExactChunk chunk(SomeBlocks(random, false, 6, false, false), random.Below(4), random.Byte());
+    BsReader want_reader = chunk.Reader();
+    BsReader got_reader = want_reader;
+    BsCursor cursor(got_reader);
+    for (int n = 0; n < 6; n++) {
+        Block want{};
+        Block got;
+        got.fill(99);
+        const uint32_t result =
+            scan ? DecInterBlockAlterScan_c(&want_reader, want.data()) : DecInterBlock_c(&want_reader, want.data());
+        const uint32_t places = PlacesOf(want);
+        mpeg ? DequantMpegInter_c(want.data(), want.data(), quant)
+             : DequantH263Inter_c(want.data(), want.data(), static_cast<uint16_t>(quant));
+        InterCoefs coefs{};
+        if (!(mpeg ? DecMpegCoefs : DecH263Coefs)(&cursor, got.data(), &coefs, g_au16ScanTables[scan], quant)) return;
+        ++*count;
+        ASSERT_NE(result, kCoeff);
+        cursor.StoreTo(&got_reader);
+        ASSERT_EQ(got_reader, want_reader);
+        int64_t squares = 0;
+        for (size_t i = 0; i < 63; i++) squares += got.at(i) * got.at(i);
+        ASSERT_LE(squares, coefs.u32Squares);
+        ASSERT_LE(coefs.u32Squares, kMaxSquares);
+        ASSERT_EQ(coefs.u32Places & places, places);
+        if (coefs.bAndLast) {
+            ASSERT_EQ(got[63], 0);
+            got[63] = 1;
+        }
+        ASSERT_EQ(got, want);
+    }
+}
+
+TEST(InterCoefs, AreWhatTheKernelsMakeOfTheBlock) {
+    for (const bool mpeg : {false, true}) {
+        int count = 0;
+        for (uint32_t seed = 0; seed < 8000; seed++) {
+            SCOPED_TRACE(testing::Message() << "seed " << seed << ", MPEG " << mpeg);
+            Random random(seed);
+            CompareCoefs(random, mpeg, &count);
+            if (HasFatalFailure()) return;
+        }
+        EXPECT_GT(count, 3000);
+    }
+}
+
+// The largest levels that codes of their own and escapes can express, with every quantiser.
+TEST(InterCoefs, RefuseWhatTheyWouldMakeWrong) {
+    for (uint32_t quant = 1; quant < 32; quant++)
+        for (const int level : {-2048, -2047, -900, -25, -1, 0, 1, 25, 100, 2047}) {
+            SCOPED_TRACE(testing::Message() << quant << ' ' << level);
+            const ExactChunk chunk(Written(EscapedTcoefCode(1, 5, level)).Bytes());
+            for (const bool mpeg : {false, true}) {
+                BsCursor cursor(chunk.Reader());
+                Block got, want{};
+                InterCoefs coefs{};
+                want[2] = static_cast<int16_t>(level);
+                mpeg ? DequantMpegInter_c(want.data(), want.data(), quant)
+                     : DequantH263Inter_c(want.data(), want.data(), static_cast<uint16_t>(quant));
+                const bool done =
+                    (mpeg ? DecMpegCoefs : DecH263Coefs)(&cursor, got.data(), &coefs, g_au16ScanTables[0], quant);
+                if (coefs.bAndLast) got[63] = 1;
+                ASSERT_EQ(done, level != 0 && std::abs(want[2]) <= 1000 && std::abs(2 * level) * quant < 1800);
+                if (done) {
+                    ASSERT_EQ(got, want);
+                }
+            }
+        }
+}
+
 TEST_F(DecInterBlocksTest, AgreesWithTheModelOnAnyBits) {
     for (uint32_t seed = 0; seed < 3000; seed++) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);

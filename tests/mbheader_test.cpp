@@ -377,5 +377,48 @@ TEST_F(MbHeader, AgreesWithItsSymbolsInAllCombinations) {
     }
 }
 
+// Any bits at any distance from the end: either the same as DecMBInfo, or nothing.
+TEST_F(MbHeader, FarFromTheEndIsTheSameOrNothing) {
+    std::mt19937 rng(8);
+    std::vector<uint8_t> before(sizeof(Mp4vDecCtx)), after(sizeof(Mp4vDecCtx));
+    int done_count = 0;
+    for (int n = 0; n < 20000; n++) {
+        SCOPED_TRACE(testing::Message() << n);
+        const auto column = static_cast<uint32_t>(rng() % 4), row = static_cast<uint32_t>(rng() % 3);
+        for (size_t i = 0; i < decoder_.mb_record_count(); i++)
+            for (Mp4vMv& mv : decoder_.mb_records()[i].as32Mv) mv = {int(rng() % 64) - 32, int(rng() % 64) - 32};
+        Poison(decoder_.Mb((int)column, (int)row));
+        decoder_->u32FcodeForward = static_cast<uint32_t>(rng() % 8);
+        decoder_->u16QpCarry = rng() % 2;
+        decoder_->u32RunningQp = static_cast<uint32_t>(rng() % 40);
+        std::vector<uint8_t> bytes(rng() % 64);
+        for (uint8_t& v : bytes) v = static_cast<uint8_t>(rng() & (n % 2 ? rng() : 0xFFu));
+        decoder_.StartAt(column, row);
+        decoder_.SetStream(bytes, 0x5A);
+        BsSkip(&decoder_->tBs, static_cast<uint32_t>(rng() % 32));
+        memcpy(before.data(), decoder_.get(), before.size());
+        const std::vector<uint8_t> records_before = decoder_.MbRecordBytes();
+
+        BsCursor cursor(decoder_->tBs);
+        const bool done = DecMbHeaderFar(decoder_.get(), &cursor, column, row);
+        cursor.StoreTo(&decoder_->tBs);
+        memcpy(after.data(), decoder_.get(), after.size());
+        const std::vector<uint8_t> records_after = decoder_.MbRecordBytes();
+        if (!done) {
+            ASSERT_EQ(after, before);
+            ASSERT_EQ(records_after, records_before);
+            continue;
+        }
+        done_count++;
+        memcpy(decoder_.get(), before.data(), before.size());
+        memcpy(decoder_.mb_records(), records_before.data(), records_before.size());
+        ASSERT_EQ(DecMBInfo(decoder_.get(), &decoder_->tMb, column, row), kMbHeaderDecoded);
+        memcpy(before.data(), decoder_.get(), before.size());
+        ASSERT_EQ(after, before);
+        ASSERT_EQ(records_after, decoder_.MbRecordBytes());
+    }
+    EXPECT_GT(done_count, 2000);
+}
+
 }  // namespace
 }  // namespace mp4v::test
