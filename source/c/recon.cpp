@@ -44,7 +44,8 @@ struct AddTo {
     Rows t;
 
     MP4V_VEC_MEMBER void Put(const Vec8 (&av)[8]) const {
-        for (int y = 0; y < 8; y++) StoreClipU8(t.At(y), AddU8(av[y], t.At(y)));
+        for (int y = 0; y < 8; y += 2) 
+            StoreClipU8(t.At(y), AddU8(av[y], t.At(y)), t.At(y + 1), AddU8(av[y + 1], t.At(y + 1)));
     }
 
     MP4V_VEC_MEMBER void PutDc(DcResult tDc) const {
@@ -63,7 +64,7 @@ struct StoreTo {
     Rows t;
 
     MP4V_VEC_MEMBER void Put(const Vec8 (&av)[8]) const {
-        for (int y = 0; y < 8; y++) StoreClipU8(t.At(y), av[y]);
+        for (int y = 0; y < 8; y += 2) StoreClipU8(t.At(y), av[y], t.At(y + 1), av[y + 1]);
     }
 
     MP4V_VEC_MEMBER void PutDc(DcResult tDc) const {

@@ -145,7 +145,7 @@ MP4V_VEC void InverseTransform(Vec8 (&av)[8]) {
 // By what the block holds.
 
 MP4V_VEC void DescaleSmallPair(Vec8& vHigh, Vec8& vLow) {
-    const Vec8 vCarry = (Vec8)(vLow < 15);  // -1 when the value without the 15 is negative
+    const Vec8 vCarry = IsBelow(vLow, 15);  // -1 when the value without the 15 is negative
     vHigh = (vHigh - vCarry) >> 5;
     vLow = vLow >> 5;
 }

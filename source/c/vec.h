@@ -185,6 +185,18 @@ MP4V_VEC void StoreClipU8(uint8_t* pu8, Vec8 v) {
     StoreBytes8(pu8, NarrowClip(v, v));
 }
 
+// The same for two vectors in two places.
+MP4V_VEC void StoreClipU8(uint8_t* pu8A, Vec8 a, uint8_t* pu8B, Vec8 b) {
+#if MP4V_VEC_SSE2
+    const __m128i v = (__m128i)NarrowClip(a, b);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(pu8A), v);
+    _mm_storeh_pd(reinterpret_cast<double*>(pu8B), _mm_castsi128_pd(v));
+#else
+    StoreClipU8(pu8A, a);
+    StoreClipU8(pu8B, b);
+#endif
+}
+
 // ---- Arithmetic
 
 MP4V_VEC Vec8 AddWrap(Vec8 a, Vec8 b) {
@@ -256,6 +268,18 @@ MP4V_VEC Bytes16 NarrowShifted(Vec8 v) {
     return (Bytes16)vcombine_u8(vshrn_n_u16((uint16x8_t)v, kShift), vcreate_u8(0));
 #else
     return NarrowClip(v >> kShift, v >> kShift);
+#endif
+}
+
+// -1 where a is below k, else 0.
+MP4V_VEC Vec8 IsBelow(Vec8 a, int16_t k) {
+#if MP4V_VEC_SSE2
+    // Hidden, because the comparison would be turned into one that takes two instructions.
+    __m128i v = _mm_set1_epi16(k);
+    __asm__("" : "+x"(v));
+    return (Vec8)_mm_cmpgt_epi16(v, (__m128i)a);
+#else
+    return (Vec8)(a < k);
 #endif
 }
 
