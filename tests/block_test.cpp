@@ -894,7 +894,7 @@ TEST(DecIntraLevels, AreTheSymbolsOneAfterAnother) {
                 if (size > 8) BsSkip(&want_reader, 1);
             }
             if (coded) DecIntraBlock_c(&want_reader, want.data(), scan, dc != kDcAmongThem);
-            const uint32_t places = DecIntraLevels(&cursor, got.data(), dc, coded ? g_au16ScanTables[scan] : nullptr);
+            const uint32_t places = DecIntraLevels(&cursor, got.data(), dc, coded ? &g_atScans[scan] : nullptr);
             cursor.StoreTo(&got_reader);
             ASSERT_EQ(got, want);
             ASSERT_EQ(got_reader, want_reader);
@@ -922,7 +922,7 @@ void CompareCoefs(Random& random, bool mpeg, int* count) {
         mpeg ? DequantMpegInter_c(want.data(), want.data(), quant)
              : DequantH263Inter_c(want.data(), want.data(), static_cast<uint16_t>(quant));
         InterCoefs coefs{};
-        if (!(mpeg ? DecMpegCoefs : DecH263Coefs)(&cursor, got.data(), &coefs, g_au16ScanTables[scan], quant)) return;
+        if (!(mpeg ? DecMpegCoefs : DecH263Coefs)(&cursor, got.data(), &coefs, &g_atScans[scan], quant)) return;
         ++*count;
         ASSERT_NE(result, kCoeff);
         cursor.StoreTo(&got_reader);
@@ -967,7 +967,7 @@ TEST(InterCoefs, RefuseWhatTheyWouldMakeWrong) {
                 mpeg ? DequantMpegInter_c(want.data(), want.data(), quant)
                      : DequantH263Inter_c(want.data(), want.data(), static_cast<uint16_t>(quant));
                 const bool done =
-                    (mpeg ? DecMpegCoefs : DecH263Coefs)(&cursor, got.data(), &coefs, g_au16ScanTables[0], quant);
+                    (mpeg ? DecMpegCoefs : DecH263Coefs)(&cursor, got.data(), &coefs, &g_atScans[0], quant);
                 if (coefs.bAndLast) got[63] = 1;
                 ASSERT_EQ(done, level != 0 && std::abs(want[2]) <= 1000 && std::abs(2 * level) * quant < 1800);
                 if (done) {

@@ -285,6 +285,11 @@ TEST(ScanTables, VisitEveryCoefficientOnce) {
     }
 }
 
+TEST(ScanTables, StandTwiceOverForTheBlockLoops) {
+    for (size_t scan = 0; scan < 3; scan++)
+        for (size_t i = 0; i < 128; i++) EXPECT_EQ(g_atScans[scan].au16[i], g_au16ScanTables[scan][i % 64]) << scan;
+}
+
 TEST(DcScalerTable, IsThatOfTheStandard) {
     ASSERT_EQ(TableRows("DCSCALER").size(), 33u);
     for (const CodeRow& row : TableRows("DCSCALER")) {

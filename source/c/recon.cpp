@@ -44,7 +44,7 @@ struct AddTo {
     Rows t;
 
     MP4V_VEC_MEMBER void Put(const Vec8 (&av)[8]) const {
-        for (int y = 0; y < 8; y += 2) 
+        for (int y = 0; y < 8; y += 2)
             StoreClipU8(t.At(y), AddU8(av[y], t.At(y)), t.At(y + 1), AddU8(av[y + 1], t.At(y + 1)));
     }
 

@@ -36,15 +36,19 @@ struct EvenPart {
     Vec8 p, q;
 };
 
-// kShort: a - d, b - c and what they give together stay within 16 bits.
-template <bool kShort>
+// kShort: a - d, b - c and what they give together stay within 16 bits. kLow: only lanes 0..3 are of use.
+template <bool kShort, bool kLow = false>
 MP4V_VEC OddPart Odd(const Weights& w, Vec8 a, Vec8 b, Vec8 c, Vec8 d) {
     const Vec8 u = SubWrap(a, d);
     const Vec8 v = SubWrap(b, c);
     OddPart t;
     t.v0 = AddWrap(a, d);
     t.v3 = AddWrap(b, c);
-    if (kShort) {
+    if (kLow) {
+        t.v1 = AddWrap(u, v);
+        t.v2 = SubWrap(u, v);
+        w.MulRound15Low<kC4>(t.v1, t.v2);
+    } else if (kShort) {
         t.v1 = w.MulRound15<kC4>(AddWrap(u, v));
         t.v2 = w.MulRound15<kC4>(SubWrap(u, v));
     } else {
@@ -90,11 +94,20 @@ MP4V_VEC void InverseLinesLow(const Weights& w, Vec8 (&av)[8], Vec8 vSum, Vec8 v
     const Vec8 d = w.MulAddRound15Low<kC3, kC5>(av[3], av[5]);
     const Vec8 p = w.MulAddRound15Low<kC2, kC6>(av[2], av[6]);
     const Vec8 q = w.MulAddRound15Low<kC6, -kC2>(av[2], av[6]);
-    Butterflies(av, vSum, vDiff, {p, q}, Odd<true>(w, a, b, c, d));
+    Butterflies(av, vSum, vDiff, {p, q}, Odd<true, true>(w, a, b, c, d));
 }
 
-// The same for lines whose last four values are 0: av[4..7] are only written. vHalf: half of av[0]. kSeventh: except
-// for the last value, which av[7] holds.
+// The same where the last four values are 0.
+MP4V_VEC void InverseHalfLinesLow(const Weights& w, Vec8 (&av)[8], Vec8 vHalf) {
+    Vec8 a, b, c, d, p, q;
+    w.MulRound15Low<kC1, kC7>(av[1], a, b);
+    w.MulRound15Low<kC3, -kC5>(av[3], d, c);
+    w.MulRound15Low<kC2, kC6>(av[2], p, q);
+    Butterflies(av, vHalf, vHalf, {p, q}, Odd<true, true>(w, a, b, c, d));
+}
+
+// InverseLines for lines whose last four values are 0: av[4..7] are only written. vHalf: half of av[0]. kSeventh:
+// except for the last value, which av[7] holds.
 template <bool kSeventh>
 MP4V_VEC void InverseHalfLines(const Weights& w, Vec8 (&av)[8], Vec8 vHalf) {
     const Vec8 a = kSeventh ? w.MulAddRound15<kC1, kC7, true>(av[1], av[7]) : w.MulRound15<kC1>(av[1]);
@@ -230,7 +243,7 @@ MP4V_VEC void InverseTransformSmallQuarter(Vec8 (&av)[8]) {
     const Vec8 vLines23 = ZipHigh16(vEven, vOdd);
     av[0] = vLines01, av[1] = ZipHigh64(vLines01, vLines01);
     av[2] = vLines23, av[3] = ZipHigh64(vLines23, vLines23);
-    InverseHalfLines<false>(w, av, av[0] >> 1);  // the upper lanes of no use
+    InverseHalfLinesLow(w, av, av[0] >> 1);
     TransposeLow8x4(av);
     FinishHalfLines<kSeventh>(w, av);
 }

@@ -538,6 +538,36 @@ struct Factors {
         return v;
 #endif
     }
+
+    // MulRound15 of a by kA and kB in lanes 0..3; the others are of no use.
+    template <int32_t kA, int32_t kB>
+    MP4V_VEC_MEMBER void MulRound15Low(Vec8 a, Vec8& vByA, Vec8& vByB) const {
+#if MP4V_VEC_SSE2
+        static_assert(kA >= 1 << 14 && kB < 1 << 14 && kB >= -(1 << 14), "twice kA wraps, twice kB does not");
+        constexpr int16_t s16A = (int16_t)(uint16_t)(2 * kA), s16B = (int16_t)(2 * kB);
+        const __m128i vFactors = (__m128i)(Vec8){s16A, s16A, s16A, s16A, s16B, s16B, s16B, s16B};
+        const __m128i vTwice = _mm_shuffle_epi32((__m128i)a, 0x44);
+        const __m128i vLow = _mm_srli_epi16(_mm_mullo_epi16(vTwice, vFactors), 15);
+        const __m128i v = _mm_add_epi16(_mm_mulhi_epi16(vTwice, vFactors), vLow);
+        vByA = (Vec8)_mm_add_epi16(v, (__m128i)a);
+        vByB = (Vec8)_mm_shuffle_epi32(v, 0xEE);
+#else
+        vByA = MulRound15<kA>(a);
+        vByB = MulRound15<kB>(a);
+#endif
+    }
+
+    // MulRound15 of a and b by kA in lanes 0..3; the others are of no use.
+    template <int32_t kA>
+    MP4V_VEC_MEMBER void MulRound15Low(Vec8& a, Vec8& b) const {
+#if MP4V_VEC_SSE2
+        a = MulRound15<kA>((Vec8)_mm_unpacklo_epi64((__m128i)a, (__m128i)b));
+        b = (Vec8)_mm_shuffle_epi32((__m128i)a, 0xEE);
+#else
+        a = MulRound15<kA>(a);
+        b = MulRound15<kA>(b);
+#endif
+    }
 };
 
 // (a + b + 1) >> 1

@@ -21,31 +21,43 @@ int32_t SignExtend12(uint32_t u32Level) {
     return (int32_t)(u32Level ^ 0x800) - 0x800;
 }
 
-int32_t ApplySign(uint32_t u32Level, uint32_t u32Negative) {
-    return u32Negative ? -(int32_t)u32Level : (int32_t)u32Level;
-}
-
 template <bool kIntra>
 uint32_t PackEvent(uint32_t u32Last, uint32_t u32Run, int32_t s32Level, uint32_t u32Length) {
-    if (u32Run > 63) return MP4V_NO_EVENT | u32Length;
     if (!kIntra) s32Level = 2 * s32Level + (s32Level > 0) - (s32Level < 0);
     return (uint32_t)s32Level << 16 | (u32Run + 1 + 64 * u32Last) << 8 | u32Last << 7 | u32Length;
 }
 
-// An event of mode 1 or 2 lies above what a code of its own could express: in its level or its run. u32Packed is an
-// entry of the coefficient tables; the escape code in this place is unpacked like any other, with a run of up to 191.
+// Of inter blocks: doubled and one further away from 0.
+int32_t LevelOf(uint32_t u32Event) {
+    return (int32_t)u32Event >> 16;
+}
+
+// The event behind the prefix of mode 1 or 2. The escape code in this place is unpacked like an entry of the
+// coefficient tables: intra as a level of 63 behind a run of 47, inter as one that nothing can follow.
 template <bool kIntra>
-uint32_t RaiseEvent(uint32_t u32Packed, bool bRun, uint32_t u32Negative, uint32_t u32Length) {
+MP4V_INLINE uint32_t FindEscapedEvent(uint32_t u32Bits) {
+    const TcoefEvents& tEvents = kIntra ? g_tIntraEvents : g_tInterEvents;
+    uint32_t u32Event = tEvents.au32Short[u32Bits >> 21];
+    if (u32Event == MP4V_NO_EVENT && u32Bits >> 19 < 256) u32Event = tEvents.au32Long[u32Bits >> 19];
+    if (u32Event != MP4V_NO_EVENT || u32Bits >> 25 != 3) return u32Event;
+    return kIntra ? PackEvent<true>(1, 47, u32Bits >> 24 & 1 ? -63 : 63, 8) : MP4V_NO_EVENT | 8;
+}
+
+// Such an event lies above what a code of its own could express: in its level or its run.
+template <bool kIntra>
+MP4V_INLINE uint32_t RaiseEvent(uint32_t u32Event, bool bRun) {
     const TcoefLimits& tLimits = kIntra ? g_tIntraLimits : g_tInterLimits;
-    const uint32_t u32Last = u32Packed >> 12;
-    uint32_t u32Run = kIntra ? u32Packed >> 6 & 0x3F : u32Packed >> 4 & 0xFF;
-    uint32_t u32Level = u32Packed & (kIntra ? 0x3F : 0xF);  // [1, 63]
+    const uint32_t u32Last = u32Event >> 7 & 1;
+    const uint32_t u32Run = (u32Event >> 8 & 63) - 1;
+    const int32_t s32Level = LevelOf(u32Event);
+    const uint32_t u32Magnitude = (uint32_t)__builtin_abs(s32Level) >> !kIntra;
+    if (u32Event == (MP4V_NO_EVENT | 8)) return u32Event;
     if (bRun) {
-        u32Run += tLimits.au8RunStep[u32Last][u32Level];
-    } else if (u32Run < 64) {
-        u32Level += tLimits.au8LevelMax[u32Last][u32Run];
+        const uint32_t u32Step = tLimits.au8RunStep[u32Last][u32Magnitude];
+        return u32Run + u32Step > 63 ? MP4V_NO_EVENT | (u32Event & 63) : u32Event + (u32Step << 8);
     }
-    return PackEvent<kIntra>(u32Last, u32Run, ApplySign(u32Level, u32Negative), u32Length);
+    const uint32_t u32Raise = (uint32_t)tLimits.au8LevelMax[u32Last][u32Run] << (16 + !kIntra);
+    return s32Level < 0 ? u32Event - u32Raise : u32Event + u32Raise;
 }
 
 // Overrun is noticed at the steps of the reader, so they are as the syntax has them: one per element in intra blocks,
@@ -61,19 +73,13 @@ MP4V_INLINE RareEvent FindRareEvent(uint32_t u32Bits) {
         return {PackEvent<kIntra>(u32Bits >> 22 & 1, u32Bits >> 16 & 63, SignExtend12(u32Bits >> 3 & 0xFFF), 30),
                 kIntra ? kFixedIntraSteps : 1u << 30};
     }
-    const uint32_t u32Prefix = kEscapeLength + (u32Mode >> 1 ? 2 : 1);
+    const uint32_t u32Prefix = kEscapeLength + 1 + (u32Mode >> 1);
     const uint32_t u32PrefixSteps = (kIntra ? 1u << kEscapeLength : 0) | 1u << u32Prefix;
-    const VlcEntry* ptEntry = FindTcoef<kIntra>(u32Bits << u32Prefix >> 20);
-    if (!ptEntry) return {MP4V_NO_EVENT | u32Prefix, u32PrefixSteps};
-    const uint32_t u32Code = u32Prefix + (uint32_t)ptEntry->s32Length;  // at most 21
-    const uint32_t u32Length = u32Code + 1;
-    return {RaiseEvent<kIntra>((uint32_t)ptEntry->s32Value, u32Mode == 2, u32Bits << u32Code >> 31, u32Length),
-            kIntra ? u32PrefixSteps | 1u << u32Code | 1u << u32Length : 1u << u32Length};
-}
-
-// Of inter blocks: doubled and one further away from 0.
-int32_t LevelOf(uint32_t u32Event) {
-    return (int32_t)u32Event >> 16;
+    const uint32_t u32Escaped = FindEscapedEvent<kIntra>(u32Bits << u32Prefix);
+    if (u32Escaped == MP4V_NO_EVENT) return {MP4V_NO_EVENT | u32Prefix, u32PrefixSteps};
+    const uint32_t u32Event = RaiseEvent<kIntra>(u32Escaped, u32Mode == 2) + u32Prefix;
+    const uint32_t u32Length = u32Event & 63;  // at most 22
+    return {u32Event, kIntra ? u32PrefixSteps | 1u << (u32Length - 1) | 1u << u32Length : 1u << u32Length};
 }
 
 // ---- Blocks
@@ -119,9 +125,10 @@ MP4V_INLINE bool RefillFor(BsCursor& tBs, uint32_t& u32Sum) {
     return true;
 }
 
-// Hands each level to tSink, those of escapes to its Check before. u32Start: scan index of the first one.
+// Hands each level to tSink, which may refuse those of escapes: then the block fails with no more ado. u32Start: scan
+// index of the first one.
 template <bool kIntra, bool kFar, typename Sink>
-MP4V_INLINE Outcome DecEvents(BsCursor& tBs, Sink& tSink, const uint16_t* pu16Scan, uint32_t u32Start) {
+MP4V_INLINE Outcome DecEvents(BsCursor& tBs, Sink& tSink, const ScanTable& tScan, uint32_t u32Start) {
     const TcoefEvents& tEvents = kIntra ? g_tIntraEvents : g_tInterEvents;
     // The place of the last coefficient from 64 on; what levels add above it is of no use.
     uint32_t u32Sum = tBs.u32BitPos | (63 + (u32Start < 64 ? u32Start : 64)) << 8;
@@ -133,12 +140,12 @@ MP4V_INLINE Outcome DecEvents(BsCursor& tBs, Sink& tSink, const uint16_t* pu16Sc
             if (MP4V_LIKELY(u32Event & 63)) break;
             u32Sum -= MP4V_NO_EVENT;
             u32Event = DecUncommonEvent<kIntra, kFar>(tBs, u32Sum);
-            tSink.Check(LevelOf(u32Event));
+            if (!tSink.Takes(LevelOf(u32Event))) return kFailed;
             u32Sum += u32Event;
             if (u32Sum & kSumEnd) break;
         }
         if (!RefillFor<kIntra, kFar>(tBs, u32Sum)) return kNearEnd;
-        tSink.Put(pu16Scan[u32Sum >> 8 & 63], LevelOf(u32Event));
+        tSink.Put(tScan.au16[u32Sum >> 8 & 255], LevelOf(u32Event));
     }
     if (!RefillFor<kIntra, kFar>(tBs, u32Sum)) return kNearEnd;
     tBs.u32BitPos = u32Sum & 31;
@@ -146,7 +153,7 @@ MP4V_INLINE Outcome DecEvents(BsCursor& tBs, Sink& tSink, const uint16_t* pu16Sc
         tBs.u32BsError = ERR_VID_MPEG4DEC_COEFF;
         return kFailed;
     }
-    tSink.Put(pu16Scan[u32Sum >> 8 & 63], LevelOf(u32Event));
+    tSink.Put(tScan.au16[u32Sum >> 8 & 63], LevelOf(u32Event));
     return kDone;
 }
 
@@ -159,7 +166,7 @@ struct LevelSink {
     int32_t s32LastLevel;
 
     explicit MP4V_INLINE LevelSink(int16_t* ps16) : ps16Block(ps16), u32Places(0), lastPlace(0), s32LastLevel(0) {}
-    MP4V_INLINE void Check(int32_t) {}
+    MP4V_INLINE bool Takes(int32_t) const { return true; }
     MP4V_INLINE void Put(size_t place, int32_t s32Level) {
         s32LastLevel = kIntra ? s32Level : s32Level / 2;
         ps16Block[place] = (int16_t)s32LastLevel;
@@ -177,7 +184,6 @@ struct CoefSink {
     uint32_t u32Places;
     uint32_t u32Squares;
     int32_t s32Parity;  // all coefficients exclusive-or-ed
-    bool bRefused;
 
     MP4V_INLINE CoefSink(int16_t* ps16, uint32_t u32Quant)
         : ps16Block(ps16),
@@ -185,12 +191,12 @@ struct CoefSink {
           s32Even((int32_t)(~u32Quant & 1)),
           u32Places(0),
           u32Squares(0),
-          s32Parity(0),
-          bRefused(false) {}
+          s32Parity(0) {}
 
-    // The levels of codes, up to 12, stay within the limits. Level 0 is none of their arithmetic.
-    MP4V_INLINE void Check(int32_t s32Level) {
-        if (s32Level == 0 || __builtin_abs(s32Level) * s32Quant > 1800) bRefused = true;
+    // The levels of codes, up to 12, stay within the limits, and squares up to 64 of these within 32 bits. Level 0 is
+    // none of this arithmetic.
+    MP4V_INLINE bool Takes(int32_t s32Level) const {
+        return s32Level != 0 && __builtin_abs(s32Level) * s32Quant <= 1800;
     }
     MP4V_INLINE void Put(size_t place, int32_t s32Level) {
         int32_t s32Coef;
@@ -230,33 +236,33 @@ MP4V_INLINE int32_t DecDcFar(BsCursor& tBs, bool bLuma) {
 }
 
 template <bool kFar>
-MP4V_INLINE uint32_t DecLevels(BsCursor* ptBs, int16_t* ps16Block, IntraDc eDc, const uint16_t* pu16Scan,
+MP4V_INLINE uint32_t DecLevels(BsCursor* ptBs, int16_t* ps16Block, IntraDc eDc, const ScanTable* ptScan,
                                Outcome* peOutcome) {
     BsCursor tBs(*ptBs);
     LevelSink<true> tSink(ps16Block);
     ClearVecs<8>(ps16Block);
     const bool bDcApart = eDc != kDcAmongThem;
     if (bDcApart) ps16Block[0] = (int16_t)(kFar ? DecDcFar(tBs, eDc == kDcLuma) : DecDc(tBs, eDc == kDcLuma));
-    *peOutcome = pu16Scan ? DecEvents<true, kFar>(tBs, tSink, pu16Scan, bDcApart) : kDone;
+    *peOutcome = ptScan ? DecEvents<true, kFar>(tBs, tSink, *ptScan, bDcApart) : kDone;
     if (*peOutcome != kNearEnd) tBs.MoveTo(ptBs);
     return tSink.u32Places;
 }
 
 __attribute__((noinline)) uint32_t DecLevelsAnywhere(BsCursor* ptBs, int16_t* ps16Block, IntraDc eDc,
-                                                     const uint16_t* pu16Scan) {
+                                                     const ScanTable* ptScan) {
     Outcome eOutcome;
-    return DecLevels<false>(ptBs, ps16Block, eDc, pu16Scan, &eOutcome);
+    return DecLevels<false>(ptBs, ps16Block, eDc, ptScan, &eOutcome);
 }
 
 // ---- Inter blocks
 
 template <bool kMpeg, bool kFar>
-MP4V_INLINE Outcome DecCoefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const uint16_t* pu16Scan,
+MP4V_INLINE Outcome DecCoefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const ScanTable* ptScan,
                              uint32_t u32Quant) {
     BsCursor tBs(*ptBs);
     CoefSink<kMpeg> tSink(ps16Block, u32Quant);
     ClearVecs<8>(ps16Block);
-    const Outcome eOutcome = DecEvents<false, kFar>(tBs, tSink, pu16Scan, 0);
+    const Outcome eOutcome = DecEvents<false, kFar>(tBs, tSink, *ptScan, 0);
     if (MP4V_UNLIKELY(eOutcome != kDone)) return eOutcome;
     tBs.MoveTo(ptBs);
     ptCoefs->u32Places = tSink.u32Places;
@@ -269,55 +275,53 @@ MP4V_INLINE Outcome DecCoefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptC
             ptCoefs->bAndLast = true;
         }
     }
-    return tSink.bRefused || tSink.u32Squares > kMaxSquares ? kFailed : kDone;
+    return tSink.u32Squares > kMaxSquares ? kFailed : kDone;
 }
 
 template <bool kMpeg>
 __attribute__((noinline)) bool DecCoefsAnywhere(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs,
-                                                const uint16_t* pu16Scan, uint32_t u32Quant) {
-    return DecCoefs<kMpeg, false>(ptBs, ps16Block, ptCoefs, pu16Scan, u32Quant) == kDone;
+                                                const ScanTable* ptScan, uint32_t u32Quant) {
+    return DecCoefs<kMpeg, false>(ptBs, ps16Block, ptCoefs, ptScan, u32Quant) == kDone;
 }
 
 template <bool kMpeg>
-MP4V_INLINE bool DecCoefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const uint16_t* pu16Scan,
+MP4V_INLINE bool DecCoefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const ScanTable* ptScan,
                           uint32_t u32Quant) {
-    const Outcome eOutcome = DecCoefs<kMpeg, true>(ptBs, ps16Block, ptCoefs, pu16Scan, u32Quant);
+    const Outcome eOutcome = DecCoefs<kMpeg, true>(ptBs, ps16Block, ptCoefs, ptScan, u32Quant);
     if (MP4V_LIKELY(eOutcome != kNearEnd)) return eOutcome == kDone;
-    return DecCoefsAnywhere<kMpeg>(ptBs, ps16Block, ptCoefs, pu16Scan, u32Quant);
+    return DecCoefsAnywhere<kMpeg>(ptBs, ps16Block, ptCoefs, ptScan, u32Quant);
 }
 
 }  // namespace
 
-uint32_t DecIntraLevels(BsCursor* ptBs, int16_t* ps16Block, IntraDc eDc, const uint16_t* pu16Scan) {
+uint32_t DecIntraLevels(BsCursor* ptBs, int16_t* ps16Block, IntraDc eDc, const ScanTable* ptScan) {
     if (MP4V_LIKELY(ptBs->IsFarFromEnd())) {
         Outcome eOutcome;
-        const uint32_t u32Places = DecLevels<true>(ptBs, ps16Block, eDc, pu16Scan, &eOutcome);
+        const uint32_t u32Places = DecLevels<true>(ptBs, ps16Block, eDc, ptScan, &eOutcome);
         if (MP4V_LIKELY(eOutcome != kNearEnd)) return u32Places;
     }
-    return DecLevelsAnywhere(ptBs, ps16Block, eDc, pu16Scan);
+    return DecLevelsAnywhere(ptBs, ps16Block, eDc, ptScan);
 }
 
-bool DecH263Coefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const uint16_t* pu16Scan,
-                  uint32_t u32Quant) {
-    return DecCoefs<false>(ptBs, ps16Block, ptCoefs, pu16Scan, u32Quant);
+bool DecH263Coefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const ScanTable* ptScan, uint32_t u32Quant) {
+    return DecCoefs<false>(ptBs, ps16Block, ptCoefs, ptScan, u32Quant);
 }
 
-bool DecMpegCoefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const uint16_t* pu16Scan,
-                  uint32_t u32Quant) {
-    return DecCoefs<true>(ptBs, ps16Block, ptCoefs, pu16Scan, u32Quant);
+bool DecMpegCoefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const ScanTable* ptScan, uint32_t u32Quant) {
+    return DecCoefs<true>(ptBs, ps16Block, ptCoefs, ptScan, u32Quant);
 }
 
 uint32_t DecIntraBlock(BsCursor& tBs, int16_t* ps16Block, uint32_t u32Scan, uint32_t u32Start) {
     LevelSink<true> tSink(ps16Block);
-    const uint16_t* pu16Scan = g_au16ScanTables[u32Scan <= SCAN_ALT_VERTICAL ? u32Scan : SCAN_ZIGZAG];
-    const Outcome eOutcome = DecEvents<true, false>(tBs, tSink, pu16Scan, u32Start);
+    const ScanTable& tScan = g_atScans[u32Scan <= SCAN_ALT_VERTICAL ? u32Scan : SCAN_ZIGZAG];
+    const Outcome eOutcome = DecEvents<true, false>(tBs, tSink, tScan, u32Start);
     return eOutcome == kDone ? (uint32_t)tSink.s32LastLevel : ERR_VID_MPEG4DEC_COEFF;
 }
 
 uint32_t DecInterBlock(BsCursor& tBs, int16_t* ps16Block, uint32_t u32Scan) {
     LevelSink<false> tSink(ps16Block);
-    const uint16_t* pu16Scan = g_au16ScanTables[u32Scan == SCAN_ALT_VERTICAL ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG];
-    const Outcome eOutcome = DecEvents<false, false>(tBs, tSink, pu16Scan, 0);
+    const ScanTable& tScan = g_atScans[u32Scan == SCAN_ALT_VERTICAL ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG];
+    const Outcome eOutcome = DecEvents<false, false>(tBs, tSink, tScan, 0);
     return eOutcome == kDone ? (uint32_t)tSink.lastPlace : ERR_VID_MPEG4DEC_COEFF;
 }
 

@@ -21,14 +21,14 @@ enum Mp4vScan : uint32_t { SCAN_ZIGZAG = 0, SCAN_ALT_HORIZONTAL = 1, SCAN_ALT_VE
 enum IntraDc : uint32_t { kDcAmongThem, kDcLuma, kDcChroma };
 
 // Decodes an intra block into one that is cleared here. Returns the raster indices of the coefficients beside the
-// first, or-ed together. pu16Scan: null where no coefficients follow. A block that fails keeps what was stored before.
-uint32_t DecIntraLevels(BsCursor* ptBs, int16_t* ps16Block, IntraDc eDc, const uint16_t* pu16Scan);
+// first, or-ed together. ptScan: null where no coefficients follow. A block that fails keeps what was stored before.
+uint32_t DecIntraLevels(BsCursor* ptBs, int16_t* ps16Block, IntraDc eDc, const ScanTable* ptScan);
 
 // Decode an inter block into one that is cleared here, and into coefficients: as DequantH263Inter and DequantMpegInter
 // make them. u32Quant: [1, 31]. Return false where the block fails or AddInterBlock is not for it; then nothing of it
 // counts.
-bool DecH263Coefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const uint16_t* pu16Scan, uint32_t u32Quant);
-bool DecMpegCoefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const uint16_t* pu16Scan, uint32_t u32Quant);
+bool DecH263Coefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const ScanTable* ptScan, uint32_t u32Quant);
+bool DecMpegCoefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptCoefs, const ScanTable* ptScan, uint32_t u32Quant);
 
 // Returns the last level, or ERR_VID_MPEG4DEC_COEFF. u32Start: scan index of the first coefficient; 1 when the DC is
 // coded apart. u32Scan: Mp4vScan; zigzag for all others.

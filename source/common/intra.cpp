@@ -157,8 +157,8 @@ struct IntraMb {
     uint32_t u32Cbp;
     bool bAcPred;
     bool bDcApart;
-    const uint16_t* apu16Scan[2];  // by direction of the prediction: horizontal, vertical
-    uint32_t au32Scaler[2];        // luma, chroma
+    const ScanTable* aptScan[2];  // by direction of the prediction: horizontal, vertical
+    uint32_t au32Scaler[2];       // luma, chroma
 };
 
 MP4V_INLINE IntraMb StartIntraMb(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
@@ -171,8 +171,8 @@ MP4V_INLINE IntraMb StartIntraMb(const Mp4vDecCtx* ptCtx, uint32_t u32Column, ui
             tMb.u32Cbp,
             bAcPred,
             ptCtx->u32IntraDcThr > u32Quant,
-            {g_au16ScanTables[bAcPred ? SCAN_ALT_VERTICAL : u32Scan],
-             g_au16ScanTables[bAcPred && u32Scan == SCAN_ZIGZAG ? SCAN_ALT_HORIZONTAL : u32Scan]},
+            {&g_atScans[bAcPred ? SCAN_ALT_VERTICAL : u32Scan],
+             &g_atScans[bAcPred && u32Scan == SCAN_ZIGZAG ? SCAN_ALT_HORIZONTAL : u32Scan]},
             {DcScaler(u32Quant), DcScaler(33 + u32Quant)}};
 }
 
@@ -186,7 +186,7 @@ MP4V_INLINE uint32_t DecIntraBlockOf(const IntraMb& t, BsCursor* ptBs, uint32_t 
                                         !t.bDcApart    ? kDcAmongThem
                                         : u32Block < 4 ? kDcLuma
                                                        : kDcChroma,
-                                        bCoded ? t.apu16Scan[tPred.bVertical] : nullptr);
+                                        bCoded ? t.aptScan[tPred.bVertical] : nullptr);
     const int32_t s32DcPred = s32Scaler ? (tPred.ps16Pred[0] + (s32Scaler >> 1)) / s32Scaler : 0;
     ps16Block[0] = (int16_t)(ps16Block[0] + s32DcPred);
     if (t.bAcPred) {

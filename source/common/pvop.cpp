@@ -29,13 +29,13 @@ bool AddPortableResidual(Mp4vDecCtx* ptCtx, BsCursor* ptBs) {
     if (u32Quant - 1 > 30) return false;
     const uint32_t u32Cbp = tMb.u32Cbp;
     const auto DecCoefs = ptCtx->u16QuantType ? DecMpegCoefs : DecH263Coefs;
-    const uint16_t* const pu16Scan = g_au16ScanTables[ptCtx->u32AltVertScan ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG];
+    const ScanTable* const ptScan = &g_atScans[ptCtx->u32AltVertScan ? SCAN_ALT_VERTICAL : SCAN_ZIGZAG];
     const BsCursor tBefore = *ptBs;
     InterCoefs atCoefs[6];
 #pragma GCC unroll 6
     for (uint32_t b = 0; b < 6; b++) {
         if (!(u32Cbp >> (5 - b) & 1)) continue;
-        if (MP4V_UNLIKELY(!DecCoefs(ptBs, tMb.as16Coef + 64 * b, atCoefs + b, pu16Scan, u32Quant))) {
+        if (MP4V_UNLIKELY(!DecCoefs(ptBs, tMb.as16Coef + 64 * b, atCoefs + b, ptScan, u32Quant))) {
             *ptBs = tBefore;
             return false;
         }

@@ -355,4 +355,13 @@ constexpr bool IsPermutation(const uint16_t (&au16Scan)[64]) {
 }
 static_assert(IsPermutation(g_au16ScanTables[0]) && IsPermutation(g_au16ScanTables[1]) &&
               IsPermutation(g_au16ScanTables[2]));
+
+constexpr ScanTable TwiceOver(const uint16_t (&au16Scan)[64]) {
+    ScanTable t = {};
+    for (size_t i = 0; i < 128; i++) t.au16[i] = au16Scan[i % 64];
+    return t;
+}
 }  // namespace
+
+constexpr ScanTable g_atScans[3] = {TwiceOver(g_au16ScanTables[0]), TwiceOver(g_au16ScanTables[1]),
+                                    TwiceOver(g_au16ScanTables[2])};

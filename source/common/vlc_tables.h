@@ -77,6 +77,12 @@ extern const TcoefLimits g_tInterLimits;
 // Raster index by place in the stream: zigzag, alternate-horizontal, alternate-vertical.
 extern const uint16_t g_au16ScanTables[3][64];
 
+// The same twice over, for places counted from 64 on.
+struct ScanTable {
+    uint16_t au16[128];
+};
+extern const ScanTable g_atScans[3];
+
 // Luma by quantiser, then chroma by 33 + quantiser.
 extern const uint32_t table_dc_scaler[66];
 
