@@ -41,9 +41,10 @@ bool AddPortableResidual(Mp4vDecCtx* ptCtx, BsCursor* ptBs) {
         }
     }
     const BlockLayout tLayout = LayoutOf(ptCtx);
+    const ptrdiff_t cbp = Opaque(u32Cbp);  // or each bit would be stored away above
 #pragma GCC unroll 6
     for (uint32_t b = 0; b < 6; b++) {
-        if (!(u32Cbp >> (5 - b) & 1)) continue;
+        if (!(cbp >> (5 - b) & 1)) continue;
         const BlockTarget t = TargetOf(tMb, tLayout, b);
         AddInterBlock(tMb.as16Coef + 64 * b, atCoefs[b], t.pu8Dst, t.s32Pitch);
     }
@@ -84,8 +85,8 @@ MP4V_INLINE void ClearPredictorsPortable(MbInfo* ptInfo) {
     ClearVecs<kClearedPredictors / sizeof(Vec8)>(ptInfo->as16AcDcPred[0]);
 }
 
-MP4V_INLINE void ClearPredictors(MbInfo* ptInfo) {
-    if (MP4V_LIKELY(MemSet == MP4DecMemSet_c)) {
+MP4V_INLINE void ClearPredictors(MbInfo* ptInfo, bool bPortable) {
+    if (MP4V_LIKELY(bPortable)) {
         ClearPredictorsPortable(ptInfo);
     } else {
         MemSet(ptInfo->as16AcDcPred, 0, kClearedPredictors);
@@ -94,6 +95,7 @@ MP4V_INLINE void ClearPredictors(MbInfo* ptInfo) {
 
 // What holds the portable kernels. It is looked at once per row: while no other kernel is called nothing changes.
 struct Portable {
+    bool bMemSet;
     bool bNotCoded;
     bool bPrediction;
     bool bResidual;
@@ -101,8 +103,8 @@ struct Portable {
     bool bMedian;
 
     explicit Portable(const Mp4vDecCtx* ptCtx)
-        : bNotCoded(MemCopy16x16 == MP4DecMemCopy16x16_c && MemCopy8x8 == MP4DecMemCopy8x8_c &&
-                    MemSet == MP4DecMemSet_c),
+        : bMemSet(MemSet == MP4DecMemSet_c),
+          bNotCoded(bMemSet && MemCopy16x16 == MP4DecMemCopy16x16_c && MemCopy8x8 == MP4DecMemCopy8x8_c),
           bPrediction(PredictionIsPortable(ptCtx->s16Interlaced)),
           bResidual(ResidualIsPortable(ptCtx->u16QuantType)),
           bIntra(IntraIsPortable(ptCtx)),
@@ -173,7 +175,7 @@ uint32_t DecodePicture(Mp4vDecCtx* ptCtx, BsCursor& tBs, PictureOutput& tOutput)
                                            : DecMbHeader(ptCtx, &tBs, u32Column, u32Row);
             if (u32Header == kMbHeaderDecoded) {
                 ReconstructMb(ptCtx, tBs, u32Column, u32Row, tPortable);
-                if (!IsIntra(ptInfo->u8MbType)) ClearPredictors(ptInfo);
+                if (!IsIntra(ptInfo->u8MbType)) ClearPredictors(ptInfo, tPortable.bMemSet);
                 tOutput.Add(u32Column);
             } else {
                 tOutput.Flush(u32Column);
