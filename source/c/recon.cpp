@@ -165,14 +165,14 @@ __attribute__((noinline)) void StoreShort(int16_t* ps16Block, Source tSource, ui
     Vec8 av[8];
     LoadShape(av, ps16Block);
     const int32_t s32Dc = ps16Block[0];
-    av[0][0] = 0;
+    av[0] = WithLane0(av[0], 0);
     if (!IsShort(av, tSource, u32Sum)) {
         tSource.Finish(ps16Block);
         Mp4vDecIdct8x8_c(ps16Block);
         return McCopy16to8_c(pu8Dst, ps16Block, (int32_t)pitch);
     }
     for (Vec8& v : av) v = tSource.Scale(v);
-    av[0][0] = (int16_t)(tSource.Dc(s32Dc) * 16);
+    av[0] = WithLane0(av[0], tSource.Dc(s32Dc) * 16);
     transform::InverseTransform<true>(av);
     StoreTo{{pu8Dst, pitch}}.Put(av);
 }
@@ -184,13 +184,13 @@ __attribute__((noinline)) void ReconSmall(int16_t* ps16Block, Source tSource, ui
     LoadShape(avHeld, ps16Block);
     const int32_t s32Dc = ps16Block[0];
     if constexpr (Source::kIntra) {
-        avHeld[0][0] = 0;
+        avHeld[0] = WithLane0(avHeld[0], 0);
         const uint32_t u32Sum = SumOfMagnitudes(avHeld);
         if (!tSource.IsSmall(u32Sum)) return StoreShort(ps16Block, tSource, u32Sum, pu8Dst, pitch);
     }
     int i = 0;
     for (const Vec8& v : avHeld) av[i++] = tSource.Scale(v);
-    if (Source::kIntra) av[0][0] = (int16_t)(tSource.Dc(s32Dc) * 16);
+    if (Source::kIntra) av[0] = WithLane0(av[0], tSource.Dc(s32Dc) * 16);
     if (kShape == kQuarter) transform::InverseTransformSmallQuarter<kSeventh>(av);
     if (kShape == kTop) transform::InverseTransformSmallTop<kSeventh>(av);
     if (kShape == kLeft) transform::InverseTransformSmallLeft(av);

@@ -715,9 +715,14 @@ MP4V_VEC Vec8 OddBytes(Bytes16 v) {
     return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? (Vec8)((Vec8u)v >> 8) : (Vec8)((Vec8u)v & 255);
 }
 
-// Lanes 1..7, then 0.
-MP4V_VEC Vec8 DropLane0(Vec8 v) {
-    return __builtin_shufflevector(v, Vec8{}, 1, 2, 3, 4, 5, 6, 7, 8);
+// v with another value in lane 0, of which the low 16 bits count.
+MP4V_VEC Vec8 WithLane0(Vec8 v, int32_t s32) {
+#if MP4V_VEC_SSE2
+    return (Vec8)_mm_insert_epi16((__m128i)v, s32, 0);
+#else
+    v[0] = (int16_t)s32;
+    return v;
+#endif
 }
 
 // Lane j of row i becomes lane i of row j.

@@ -71,13 +71,13 @@ struct Neighbours {
     uint32_t au32Quant[kPlaces];
 };
 
-void LookAt(Neighbours* pt, Place ePlace, bool bInside, const MbInfo* ptMb) {
+MP4V_INLINE void LookAt(Neighbours* pt, Place ePlace, bool bInside, const MbInfo* ptMb) {
     if (!bInside || !IsIntra(ptMb->u8MbType)) return;
     pt->apPred[ePlace] = ptMb->as16AcDcPred;
     pt->au32Quant[ePlace] = ptMb->u8Qp;
 }
 
-Neighbours FindNeighbours(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
+MP4V_INLINE Neighbours FindNeighbours(const Mp4vDecCtx* ptCtx, uint32_t u32Column, uint32_t u32Row) {
     const MbInfo* const ptCur = ptCtx->tMb.ptCurMbInfo;
     const ptrdiff_t row = (ptrdiff_t)ptCtx->u32MbWidth + 1;
     const uint32_t u32Quant = ptCur->u8Qp;
