@@ -76,21 +76,21 @@ void ExpectAdded(const Block& block, const Samples& samples) {
     if (squares > kMaxSquares) return;
     Samples got = samples;
     Block scratch = block;
-    AddInterBlock(scratch.data(), {PlacesOf(block), squares, false}, got.data() + kOrigin, kPitch);
+    AddInterBlock(scratch.data(), got.data() + kOrigin, kPitch, {PlacesOf(block), squares, false});
     ASSERT_EQ(Added(samples, block), got);
     if (block[63]) return;
     Block with_last = block;
     with_last[63] = 1;
     scratch = block;
     got = samples;
-    AddInterBlock(scratch.data(), {PlacesOf(block), squares, true}, got.data() + kOrigin, kPitch);
+    AddInterBlock(scratch.data(), got.data() + kOrigin, kPitch, {PlacesOf(block), squares, true});
     ASSERT_EQ(Added(samples, with_last), got);
 }
 
 void ExpectStored(const Block& block, const Samples& samples) {
     Samples got = samples;
     Block scratch = block;
-    StoreIntraBlock(scratch.data(), PlacesOf(block), got.data() + kOrigin, kPitch);
+    StoreIntraBlock(scratch.data(), got.data() + kOrigin, kPitch, PlacesOf(block));
     ASSERT_EQ(Stored(samples, block), got);
 }
 
@@ -99,7 +99,7 @@ void ExpectStoredH263(const Block& levels, uint32_t quant, uint32_t scaler, cons
     DequantH263Intra_c(block.data(), levels.data(), quant, scaler);
     Samples got = samples;
     Block scratch = levels;
-    StoreIntraBlockH263(scratch.data(), PlacesOf(levels), quant, scaler, got.data() + kOrigin, kPitch);
+    StoreIntraBlockH263(scratch.data(), got.data() + kOrigin, kPitch, quant, scaler, PlacesOf(levels));
     ASSERT_EQ(Stored(samples, block), got);
 }
 
@@ -222,7 +222,7 @@ TEST(ReconBlock, FollowsAnyPitch) {
         Block transformed = block, scratch = block;
         Mp4vDecIdct8x8_c(transformed.data());
         McAdd16to8_c(want.data() + origin, transformed.data(), pitch);
-        AddInterBlock(scratch.data(), {PlacesOf(block), SquaresOf(block), false}, got.data() + origin, pitch);
+        AddInterBlock(scratch.data(), got.data() + origin, pitch, {PlacesOf(block), SquaresOf(block), false});
         ASSERT_EQ(want, got) << pitch;
     }
 }

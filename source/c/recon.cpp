@@ -159,9 +159,10 @@ void AddShort(const int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch) {
 }
 
 // Everything by value, so that nothing must be in memory for the other paths.
-template <typename Source>
-__attribute__((noinline)) void StoreShort(int16_t* ps16Block, Source tSource, uint32_t u32Sum, uint8_t* pu8Dst,
-                                          ptrdiff_t pitch) {
+template <typename Source, typename... Values>
+__attribute__((noinline)) void StoreShort(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch, uint32_t u32Sum,
+                                          Values... values) {
+    const Source tSource = {values...};
     Vec8 av[8];
     LoadShape(av, ps16Block);
     const int32_t s32Dc = ps16Block[0];
@@ -178,15 +179,16 @@ __attribute__((noinline)) void StoreShort(int16_t* ps16Block, Source tSource, ui
 }
 
 // kSeventh: and a last coefficient of 1, of a quarter or the top.
-template <Shape kShape, bool kSeventh, typename Target, typename Source>
-__attribute__((noinline)) void ReconSmall(int16_t* ps16Block, Source tSource, uint8_t* pu8Dst, ptrdiff_t pitch) {
+template <Shape kShape, bool kSeventh, typename Target, typename Source, typename... Values>
+__attribute__((noinline)) void ReconSmall(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch, Values... values) {
+    const Source tSource = {values...};
     Vec8 avHeld[kShape == kQuarter ? 2 : kShape == kTop ? 4 : 8], av[8];
     LoadShape(avHeld, ps16Block);
     const int32_t s32Dc = ps16Block[0];
     if constexpr (Source::kIntra) {
         avHeld[0] = WithLane0(avHeld[0], 0);
         const uint32_t u32Sum = SumOfMagnitudes(avHeld);
-        if (!tSource.IsSmall(u32Sum)) return StoreShort(ps16Block, tSource, u32Sum, pu8Dst, pitch);
+        if (!tSource.IsSmall(u32Sum)) return StoreShort<Source>(ps16Block, pu8Dst, pitch, u32Sum, values...);
     }
     int i = 0;
     for (const Vec8& v : avHeld) av[i++] = tSource.Scale(v);
@@ -198,16 +200,16 @@ __attribute__((noinline)) void ReconSmall(int16_t* ps16Block, Source tSource, ui
     Target{{pu8Dst, pitch}}.Put(av);
 }
 
-template <typename Target, typename Source>
-MP4V_VEC void ReconByShape(int16_t* ps16Block, uint32_t u32Places, Source tSource, uint8_t* pu8Dst, ptrdiff_t pitch) {
+template <typename Target, typename Source, typename... Values>
+MP4V_VEC void ReconByShape(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch, uint32_t u32Places, Values... values) {
     const bool bRight = u32Places & 4, bLower = u32Places & 32;
-    if (u32Places == 0) return Target{{pu8Dst, pitch}}.PutDc(TransformDc(tSource.Dc(ps16Block[0])));
+    if (u32Places == 0) return Target{{pu8Dst, pitch}}.PutDc(TransformDc(Source{values...}.Dc(ps16Block[0])));
     if (!bLower) {
-        if (!bRight) return ReconSmall<kQuarter, false, Target>(ps16Block, tSource, pu8Dst, pitch);
-        return ReconSmall<kTop, false, Target>(ps16Block, tSource, pu8Dst, pitch);
+        if (!bRight) return ReconSmall<kQuarter, false, Target, Source>(ps16Block, pu8Dst, pitch, values...);
+        return ReconSmall<kTop, false, Target, Source>(ps16Block, pu8Dst, pitch, values...);
     }
-    if (!bRight) return ReconSmall<kLeft, false, Target>(ps16Block, tSource, pu8Dst, pitch);
-    return ReconSmall<kWhole, false, Target>(ps16Block, tSource, pu8Dst, pitch);
+    if (!bRight) return ReconSmall<kLeft, false, Target, Source>(ps16Block, pu8Dst, pitch, values...);
+    return ReconSmall<kWhole, false, Target, Source>(ps16Block, pu8Dst, pitch, values...);
 }
 
 constexpr uint32_t kSmallSquares = transform::kSmallLength * transform::kSmallLength;
@@ -215,23 +217,23 @@ static_assert(kMaxSquares == transform::kShortLength * transform::kShortLength);
 
 }  // namespace
 
-void AddInterBlock(int16_t* ps16Block, const InterCoefs& t, uint8_t* pu8Dst, ptrdiff_t pitch) {
+void AddInterBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch, const InterCoefs& t) {
     if (t.u32Squares <= kSmallSquares && !t.bAndLast)
-        return ReconByShape<AddTo>(ps16Block, t.u32Places, Coefs{}, pu8Dst, pitch);
+        return ReconByShape<AddTo, Coefs>(ps16Block, pu8Dst, pitch, t.u32Places);
     if (t.u32Squares <= kSmallSquares && !(t.u32Places & 32)) {
-        if (t.u32Places & 4) return ReconSmall<kTop, true, AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
-        return ReconSmall<kQuarter, true, AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
+        if (t.u32Places & 4) return ReconSmall<kTop, true, AddTo, Coefs>(ps16Block, pu8Dst, pitch);
+        return ReconSmall<kQuarter, true, AddTo, Coefs>(ps16Block, pu8Dst, pitch);
     }
     if (t.bAndLast) ps16Block[63] = 1;
-    if (t.u32Squares <= kSmallSquares) return ReconSmall<kWhole, false, AddTo>(ps16Block, Coefs{}, pu8Dst, pitch);
+    if (t.u32Squares <= kSmallSquares) return ReconSmall<kWhole, false, AddTo, Coefs>(ps16Block, pu8Dst, pitch);
     AddShort(ps16Block, pu8Dst, pitch);
 }
 
-void StoreIntraBlock(int16_t* ps16Block, uint32_t u32Places, uint8_t* pu8Dst, ptrdiff_t pitch) {
-    ReconByShape<StoreTo>(ps16Block, u32Places, IntraCoefs{}, pu8Dst, pitch);
+void StoreIntraBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch, uint32_t u32Places) {
+    ReconByShape<StoreTo, IntraCoefs>(ps16Block, pu8Dst, pitch, u32Places);
 }
 
-void StoreIntraBlockH263(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Quant, uint32_t u32DcScaler,
-                         uint8_t* pu8Dst, ptrdiff_t pitch) {
-    ReconByShape<StoreTo>(ps16Block, u32Places, H263IntraLevels{u32Quant, u32DcScaler}, pu8Dst, pitch);
+void StoreIntraBlockH263(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch, uint32_t u32Quant, uint32_t u32DcScaler,
+                         uint32_t u32Places) {
+    ReconByShape<StoreTo, H263IntraLevels>(ps16Block, pu8Dst, pitch, u32Places, u32Quant, u32DcScaler);
 }

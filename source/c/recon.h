@@ -25,15 +25,15 @@ struct InterCoefs {
 constexpr uint32_t kMaxSquares = 1000 * 1000;
 
 // Idct8x8 and the addition of AddIdct8x8. For squares up to kMaxSquares.
-void AddInterBlock(int16_t* ps16Block, const InterCoefs& t, uint8_t* pu8Dst, ptrdiff_t pitch);
+void AddInterBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch, const InterCoefs& t);
 
 // u32Places: the raster indices of what is not 0 beside the first, or-ed together.
 
 // DequantH263Intra, Idct8x8 and McCopy16to8.
-void StoreIntraBlockH263(int16_t* ps16Block, uint32_t u32Places, uint32_t u32Quant, uint32_t u32DcScaler,
-                         uint8_t* pu8Dst, ptrdiff_t pitch);
+void StoreIntraBlockH263(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch, uint32_t u32Quant, uint32_t u32DcScaler,
+                         uint32_t u32Places);
 
 // Idct8x8 and McCopy16to8.
-void StoreIntraBlock(int16_t* ps16Block, uint32_t u32Places, uint8_t* pu8Dst, ptrdiff_t pitch);
+void StoreIntraBlock(int16_t* ps16Block, uint8_t* pu8Dst, ptrdiff_t pitch, uint32_t u32Places);
 
 #endif  // MP4VDEC_SOURCE_C_RECON_H_

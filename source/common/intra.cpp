@@ -247,9 +247,9 @@ void DecIntraMbPortable(Mp4vDecCtx* ptCtx, BsCursor* ptBs, uint32_t u32Column, u
         const uint32_t u32Scaler = t.au32Scaler[b >> 2];
         if (ptCtx->u16QuantType) {
             DequantMpegIntra_c(ps16Block, ps16Block, t.u32Quant, u32Scaler);
-            StoreIntraBlock(ps16Block, u32Places, tTarget.pu8Dst, tTarget.s32Pitch);
+            StoreIntraBlock(ps16Block, tTarget.pu8Dst, tTarget.s32Pitch, u32Places);
         } else {
-            StoreIntraBlockH263(ps16Block, u32Places, t.u32Quant, u32Scaler, tTarget.pu8Dst, tTarget.s32Pitch);
+            StoreIntraBlockH263(ps16Block, tTarget.pu8Dst, tTarget.s32Pitch, t.u32Quant, u32Scaler, u32Places);
         }
     }
 }

@@ -46,7 +46,7 @@ bool AddPortableResidual(Mp4vDecCtx* ptCtx, BsCursor* ptBs) {
     for (uint32_t b = 0; b < 6; b++) {
         if (!(cbp >> (5 - b) & 1)) continue;
         const BlockTarget t = TargetOf(tMb, tLayout, b);
-        AddInterBlock(tMb.as16Coef + 64 * b, atCoefs[b], t.pu8Dst, t.s32Pitch);
+        AddInterBlock(tMb.as16Coef + 64 * b, t.pu8Dst, t.s32Pitch, atCoefs[b]);
     }
     return true;
 }
