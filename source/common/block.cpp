@@ -183,15 +183,13 @@ struct CoefSink {
     int32_t s32Even;  // 1 for even quantisers, which take 1 from the magnitudes
     uint32_t u32Places;
     uint32_t u32Squares;
-    int32_t s32Parity;  // all coefficients exclusive-or-ed
 
     MP4V_INLINE CoefSink(int16_t* ps16, uint32_t u32Quant)
         : ps16Block(ps16),
           s32Quant((int32_t)u32Quant),
           s32Even((int32_t)(~u32Quant & 1)),
           u32Places(0),
-          u32Squares(0),
-          s32Parity(0) {}
+          u32Squares(0) {}
 
     // The levels of codes, up to 12, stay within the limits, and squares up to 64 of these within 32 bits. Level 0 is
     // none of this arithmetic.
@@ -203,7 +201,6 @@ struct CoefSink {
         if (kMpeg) {
             const int32_t s32Product = s32Level * (s32Quant * g_as16InterMatrix[place]);
             s32Coef = (s32Product + (s32Product >> 31 & 15)) >> 4;
-            s32Parity ^= s32Coef;
         } else {
             s32Coef = s32Level * s32Quant - s32Even + (2 * s32Even & s32Level >> 31);
         }
@@ -268,7 +265,7 @@ MP4V_INLINE Outcome DecCoefs(BsCursor* ptBs, int16_t* ps16Block, InterCoefs* ptC
     ptCoefs->u32Places = tSink.u32Places;
     ptCoefs->u32Squares = tSink.u32Squares;
     ptCoefs->bAndLast = false;
-    if (kMpeg && !(tSink.s32Parity & 1)) {
+    if (kMpeg && !(tSink.u32Squares & 1)) {  // as even as the sum of the coefficients
         if (ps16Block[63]) {
             ps16Block[63] ^= 1;
         } else {
