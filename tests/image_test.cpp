@@ -284,6 +284,21 @@ TEST_F(Borders, OfAPictureWithoutSamplesStayInsideTheAllocation) {
     }
 }
 
+// The left border is filled first, so what lies behind it has the sample that the right one repeats.
+TEST_F(Borders, OfAPictureWithoutColumnsRepeatTheSampleBehindTheLeftOne) {
+    Create(0, 16, 7);
+    const std::vector<uint8_t> before(Allocation().begin(), Allocation().end());
+    VopEdgeExpand(&ctx, &ctx.tRefFrame);
+    for (const PlaneView& plane : Planes(ctx.tRefFrame)) {
+        const uint8_t* const old = before.data() + (plane.start - ctx.tRefFrame.pu8Base);
+        for (ptrdiff_t y = -plane.border; y < plane.height + plane.border; y++) {
+            const uint8_t expected = old[std::clamp<ptrdiff_t>(y, 0, plane.height - 1) * plane.pitch];
+            for (ptrdiff_t x = -plane.border; x < plane.border; x++)
+                ASSERT_EQ(plane.At(x, y), expected) << x << ", " << y;
+        }
+    }
+}
+
 struct KernelCall {
     const void* dst;
     uint32_t bytes;

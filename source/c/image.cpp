@@ -75,11 +75,9 @@ void ExtendPlane(const Plane& t) {
     uint8_t* pu8Row = t.pu8;
     for (ptrdiff_t y = 0; y < t.height; y++) {
         const Bytes16 vLeft = Bytes16{} + pu8Row[0];
-        const Bytes16 vRight = Bytes16{} + pu8Row[t.width - 1];
-        for (int x = 0; x < kBorder; x += 16) {
-            StoreBytes16(pu8Row - kBorder + x, vLeft);
-            StoreBytes16(pu8Row + t.width + x, vRight);
-        }
+        for (int x = 0; x < kBorder; x += 16) StoreBytes16(pu8Row - kBorder + x, vLeft);
+        const Bytes16 vRight = Bytes16{} + pu8Row[t.width - 1];  // of a picture without columns: from the left border
+        for (int x = 0; x < kBorder; x += 16) StoreBytes16(pu8Row + t.width + x, vRight);
         pu8Row += t.stride;
     }
     RepeatRow<kBorder>(t.pu8 - kBorder, t.stride, -t.stride);
