@@ -22,7 +22,7 @@ MP4V_VEC Bytes16 WeaveOrInterpolate(Bytes16 vAbove, Bytes16 vBelow, Bytes16 vBot
 template <int kWidth>
 MP4V_VEC Bytes16 WeaveOrInterpolate(uint8_t* pu8Dst, const uint8_t* pu8Above, const uint8_t* pu8Below,
                                     const uint8_t* pu8Bottom, const uint8_t* pu8NextBottom) {
-    Bytes16 vInterpolated;
+    Bytes16 vInterpolated = {};
     if (kWidth == 16) {
         StoreBytes16(pu8Dst, WeaveOrInterpolate(LoadBytes16(pu8Above), LoadBytes16(pu8Below), LoadBytes16(pu8Bottom),
                                                 LoadBytes16(pu8NextBottom), vInterpolated));
