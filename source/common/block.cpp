@@ -200,9 +200,9 @@ struct CoefSink {
         int32_t s32Coef;
         if (kMpeg) {
             const int32_t s32Product = s32Level * (s32Quant * g_as16InterMatrix[place]);
-            s32Coef = (s32Product + (s32Product >> 31 & 15)) >> 4;
+            s32Coef = (s32Product + (s32Product < 0 ? 15 : 0)) >> 4;
         } else {
-            s32Coef = s32Level * s32Quant - s32Even + (2 * s32Even & s32Level >> 31);
+            s32Coef = s32Level * s32Quant + (s32Level < 0 ? s32Even : -s32Even);
         }
         ps16Block[place] = (int16_t)s32Coef;
         u32Places |= (uint32_t)place;

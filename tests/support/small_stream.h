@@ -62,7 +62,7 @@ inline void PutIntraPicture(BitWriter& out, const VolHeader& vol, VopHeader vop,
 }
 
 // Every luma sample is `luma`, in [65, 191]: the first block differs from 128, all others are predicted well.
-inline void PutFlatPicture(BitWriter& out, const VolHeader& vol, int luma, VopHeader vop = {}) {
+inline void PutFlatPicture(BitWriter& out, const VolHeader& vol, int luma, const VopHeader& vop = {}) {
     int first = luma - 128;
     PutIntraPicture(out, vol, vop, [&] { return std::exchange(first, 0); });
 }
