@@ -26,16 +26,12 @@ install(TARGETS mp4vdec_shared mp4vdec_static EXPORT mp4vdec
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
-# The host side's headers name each other as host/NAME.h.
+install(FILES ${PROJECT_SOURCE_DIR}/include/mp4vdec.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 set_target_properties(mp4vdec_host PROPERTIES EXPORT_NAME host_archive)
 set_target_properties(mp4vdec_hosted PROPERTIES EXPORT_NAME host)
 install(TARGETS mp4vdec_host mp4vdec_hosted EXPORT mp4vdec
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
-        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${CMAKE_INSTALL_INCLUDEDIR}/mp4vdec)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/host DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mp4vdec COMPONENT dev
-        FILES_MATCHING PATTERN *.h
-        PATTERN bit_cursor.h EXCLUDE
-        PATTERN start_code.h EXCLUDE)
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 install(EXPORT mp4vdec NAMESPACE mp4vdec:: FILE mp4vdecConfig.cmake DESTINATION ${MP4VDEC_CMAKE_DIR} COMPONENT dev)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/mp4vdecConfigVersion.cmake COMPATIBILITY SameMajorVersion)

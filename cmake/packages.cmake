@@ -63,9 +63,9 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libmp4vdec${PROJECT_VERSION_MAJOR} (= ${version})")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "decoder for MPEG-4 Part 2 video - development files
 ${about}
-This package contains the header, the static library, files for pkg-config and
-CMake, and the host side: a memory service, a splitter for elementary streams
-and a session, as a static C++ library with its headers.")
+This package contains the headers, the static library, files for pkg-config
+and CMake, and a static C++ library that splits elementary streams, brings the
+memory service and crops the pictures.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME mp4vdec-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION video)

@@ -8,7 +8,7 @@
 #include "fuzz/check.h"
 #include "fuzz/input.h"
 #include "fuzz/mutator.h"
-#include "host/session.h"
+#include "host/chunk_decoder.h"
 #include "host/splitter.h"
 #include "host/status.h"
 
@@ -26,7 +26,7 @@ bool IsAffordable(std::span<const uint8_t> chunk) {
     });
 }
 
-void CheckPicture(const DecodeResult& result, const Session& session) {
+void CheckPicture(const DecodeResult& result, const ChunkDecoder& session) {
     FUZZ_CHECK(result.status == MP4VDEC_OK);
     const Picture& picture = result.picture;
     FUZZ_CHECK(picture.width <= session.open_width() && picture.height <= session.open_height());
@@ -39,7 +39,7 @@ void CheckPicture(const DecodeResult& result, const Session& session) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace mp4v;
     fuzz::ByteReader in({data, size});
-    Session session({.control_flags = in.U8() & 0x3F});
+    ChunkDecoder session({.control_flags = in.U8() & 0x3F});
     const size_t step = in.U8() * 16 + 1;
     Splitter splitter;
     Chunk chunk;

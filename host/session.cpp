@@ -1,200 +1,132 @@
 /* SPDX-License-Identifier: BSD-2-Clause
  * Copyright (c) 2026, the mp4vdec authors */
-#include "host/session.h"
-
 #include <algorithm>
-#include <limits>
+#include <deque>
+#include <utility>
 
-#include "host/start_code.h"
+#include "host/chunk_decoder.h"
+#include "host/low_memory.h"
+#include "host/splitter.h"
 #include "host/status.h"
+#include "host/video_format.h"
 #include "mp4vdec.h"
+#include "mp4vdec.hpp"
 
 namespace mp4v {
 namespace {
 
-// For streams whose first chunks tell no size: large enough for most, and the decoder has to say what is wrong.
-constexpr uint32_t kDefaultWidth = 352;
-constexpr uint32_t kDefaultHeight = 288;
-// The decoder takes at most 128 bytes of user data per chunk; longer headers are not worth keeping.
-constexpr size_t kMaxRememberedHeaders = 4096;
+constexpr unsigned kLowThreshold = 10;
+constexpr uint32_t kDeblockAboveThirty = 3;
 
-const VidDecFuncs& Funcs() {
-    return *ptVidDec_MPEG4->ptFuncs;
+uint32_t ControlFlags(const SessionOptions& options) {
+    uint32_t flags = options.deblock_threshold > kLowThreshold ? kDeblockAboveThirty : 0;
+    if (options.intra_only) flags |= MP4VDEC_CTRL_INTRA_ONLY;
+    if (options.deinterlace) flags |= MP4VDEC_CTRL_DEINTERLACE;
+    return flags;
 }
 
-constexpr uint32_t HalfUp(uint32_t size) {
-    return (size + 1) / 2;
+std::vector<ExtensionRecord> Records(const SessionOptions& options) {
+    if (!options.fields_stacked) return {};
+    return {FieldsStacked()};
 }
 
-Mp4vDecInArgs InArgs(const std::vector<uint8_t>& padded, uint64_t time_stamp, uint32_t flags) {
-    Mp4vDecInArgs in{};
-    in.pu8Buf = padded.data();
-    in.u32BufLen = static_cast<uint32_t>(padded.size() - MP4VDEC_CHUNK_PADDING);
-    in.u64TimeStamp = time_stamp;
-    in.u32CtrlFlags = flags;
-    return in;
-}
-
-// False for layers that the decoder refuses by what stands before their size, or for the size itself: opening another
-// instance for those would only lose the pictures of the present one.
-bool NeedsRoom(const VolHeader& vol) {
-    const uint32_t type = vol.type_indication;
-    return vol.has_size() && IsSupportedSize(vol.width, vol.height) && (type == 0 || type == 1 || type == 17);
+Error ErrorOf(const Chunk& chunk, const DecodeResult& decoded) {
+    if (decoded.status != MP4VDEC_OK) return {decoded.status, ExplainStatus(decoded.status)};
+    if (chunk.dropped > 0) {
+        return {0, "it is too long: " + std::to_string(chunk.dropped) +
+                       (chunk.dropped == 1 ? " byte is" : " bytes are") + " left out"};
+    }
+    if (!decoded.has_picture && !decoded.hidden) return {0, "its layer header tells a picture without samples"};
+    return {};
 }
 
 }  // namespace
 
-size_t Picture::packed_size() const {
-    size_t size = 0;
-    for (const PlaneView& plane : planes) size += size_t{plane.width} * plane.height;
-    return size;
-}
-
-std::vector<uint8_t> Picture::Pack() const {
-    std::vector<uint8_t> packed;
-    packed.reserve(packed_size());
-    for (const PlaneView& plane : planes) {
-        for (uint32_t y = 0; y < plane.height; y++) {
-            const uint8_t* const row = plane.samples + y * plane.pitch;
-            packed.insert(packed.end(), row, row + plane.width);
-        }
-    }
-    return packed;
-}
-
-std::string DecodeResult::status_name() const {
+std::string Error::name() const {
     return StatusName(status);
 }
 
-Session::Session(SessionOptions options) : options_(options) {}
+struct Session::State {
+    explicit State(const SessionOptions& options)
+        : look_ahead(options.look_ahead),
+          extensions(Records(options)),
+          decoder({.control_flags = ControlFlags(options), .ext_param = extensions.param()}) {}
 
-Session::~Session() {
-    Close();
+    bool Next();
+    void Fill();
+    void Decode();
+
+    const size_t look_ahead;
+    ExtensionList extensions;
+    ChunkDecoder decoder;
+    Splitter splitter;
+    std::deque<Chunk> ahead;
+    bool finished = false;
+    Chunk chunk;  // of the latest result
+    Result result;
+    PictureClock clock;
+    uint64_t chunks = 0;
+};
+
+bool Session::State::Next() {
+    Fill();
+    if (ahead.empty() || (!finished && ahead.size() <= look_ahead)) return false;
+    chunk = std::move(ahead.front());
+    ahead.pop_front();
+    Decode();
+    return true;
 }
 
-DecodeResult Session::Decode(std::span<const uint8_t> chunk, uint64_t offset, uint64_t time_stamp) {
-    DecodeResult result;
-    result.offset = offset;
-    result.time_stamp = time_stamp;
+// One more than is kept back, so that the splitter rather than the queue holds what nobody has asked for yet.
+void Session::State::Fill() {
+    Chunk next;
+    while (ahead.size() <= look_ahead && splitter.Next(next)) ahead.push_back(std::move(next));
+}
 
-    const ChunkHeaders headers = ScanHeaders(chunk);
-    result.status = EnsureOpen(SizeFor(headers));
-    if (result.status != MP4VDEC_OK) return result;
-
-    Load(chunk);
-    RoundVolSizes(chunk_, headers);
-    Remember(headers);
-
-    const Mp4vDecInArgs in = InArgs(chunk_, time_stamp, options_.control_flags);
-    Mp4vDecOutArgs out{};
-    out.pu8Dst = picture_.data();
-    result.status = Funcs().pfProcess(decoder_, &in, &out);
-    // With this flag, predicted pictures are decoded but not written out.
-    const bool hidden = (options_.control_flags & MP4VDEC_CTRL_INTRA_ONLY) && out.u32PicType == MP4VDEC_PIC_PREDICTED;
-    if (result.status == MP4VDEC_OK && out.u32FrameReady == 1 && !hidden) {
-        result.picture = MakePicture(out.u32Width, out.u32Height, out.u32PicType);
-        result.has_picture = result.picture.packed_size() > 0;
+void Session::State::Decode() {
+    result = {};
+    result.number = chunks++;
+    result.offset = chunk.offset;
+    result.size = chunk.data.size();
+    if (!extensions.problem().empty()) {
+        result.error.text = extensions.problem();
+        return;
     }
-    return result;
+    const DecodeResult decoded = decoder.Decode(chunk.data, chunk.offset);
+    result.error = ErrorOf(chunk, decoded);
+    if (!decoded.has_picture) return;
+    result.picture = decoded.picture;
+    if (decoder.layer()) result.seconds = clock.SecondsOf(chunk, *decoder.layer());
 }
 
-// The size that the decoder must be open for.
-Session::Size Session::SizeFor(const ChunkHeaders& headers) const {
-    Size size{open_width_, open_height_};
-    for (const VolHeader& vol : headers.vols) {
-        if (!NeedsRoom(vol)) continue;
-        size.width = std::max({size.width, RoundUpTo16(vol.width), 16u});
-        size.height = std::max({size.height, RoundUpTo16(vol.height), 16u});
-    }
-    return size.width == 0 ? Size{kDefaultWidth, kDefaultHeight} : size;
+Session::Session(const SessionOptions& options) : state_(std::make_unique<State>(options)) {}
+Session::~Session() = default;
+Session::Session(Session&&) noexcept = default;
+Session& Session::operator=(Session&&) noexcept = default;
+
+Session::Results Session::Feed(std::span<const uint8_t> bytes) {
+    state_->splitter.Append(bytes);
+    return Results(state_.get());
 }
 
-uint32_t Session::EnsureOpen(Size size) {
-    if (decoder_ && size.width == open_width_ && size.height == open_height_) return MP4VDEC_OK;
-    Close();
-    picture_.assign(size_t{size.width} * size.height * 3 / 2, 0);
-    Mp4vDecOpenParams params{};
-    params.u32Width = size.width;
-    params.u32Height = size.height;
-    void* decoder = nullptr;
-    const uint32_t status = Funcs().pfOpen(&decoder, &params, &memory_);
-    if (status != MP4VDEC_OK) return status;
-    decoder_ = decoder;
-    open_width_ = size.width;
-    open_height_ = size.height;
-    times_opened_++;
-    ReplayHeaders();
-    return MP4VDEC_OK;
+Session::Results Session::Finish() {
+    state_->splitter.Finish();
+    state_->finished = true;
+    return Results(state_.get());
 }
 
-void Session::Close() {
-    if (decoder_) Funcs().pfClose(decoder_);
-    decoder_ = nullptr;
+VideoFormat Session::Format() const {
+    const VolHeader* const layer = state_->decoder.layer();
+    return layer ? FormatOf(*layer, state_->chunk, state_->ahead) : VideoFormat{};
 }
 
-void Session::Load(std::span<const uint8_t> chunk) {
-    constexpr size_t kLongest = std::numeric_limits<uint32_t>::max() - MP4VDEC_CHUNK_PADDING;
-    const size_t size = std::min(chunk.size(), kLongest);
-    chunk_.clear();
-    chunk_.reserve(size + MP4VDEC_CHUNK_PADDING);
-    chunk_.assign(chunk.begin(), chunk.begin() + static_cast<ptrdiff_t>(size));
-    chunk_.resize(size + MP4VDEC_CHUNK_PADDING, 0);
+const Result& Session::Results::Iterator::operator*() const {
+    return state_->result;
 }
 
-// A new instance gets its layer from the chunk that made it necessary, and its reference picture from the intra picture
-// that follows. What would be lost is the picture structure that user data told earlier, so they are told again,
-// between the layers that may have overruled them.
-void Session::ReplayHeaders() {
-    if (user_data_headers_.empty()) return;
-    Replay(user_data_layer_);
-    Replay(user_data_headers_);
-    Replay(layer_headers_);
-}
-
-void Session::Replay(const std::vector<uint8_t>& padded) {
-    if (padded.empty()) return;
-    const Mp4vDecInArgs in = InArgs(padded, 0, 0);
-    Mp4vDecOutArgs out{};
-    Funcs().pfProcess(decoder_, &in, &out);
-}
-
-void Session::Remember(const ChunkHeaders& headers) {
-    for (const VolHeader& vol : headers.vols) {
-        if (!vol.has_size()) continue;
-        layer_ = vol;
-        has_layer_ = true;
-    }
-    if (!headers.vop_position || *headers.vop_position > kMaxRememberedHeaders) return;
-    // With the VOP start code, which ends the last header; the padding behind it reads as a picture that is not coded.
-    const size_t size = *headers.vop_position + kStartCodeSize;
-    std::vector<uint8_t> padded(chunk_.begin(), chunk_.begin() + static_cast<ptrdiff_t>(size));
-    padded.resize(size + MP4VDEC_CHUNK_PADDING, 0);
-    if (headers.has_user_data) {
-        user_data_layer_ = layer_headers_;
-        user_data_headers_ = padded;
-    }
-    if (!headers.vols.empty()) layer_headers_ = std::move(padded);
-}
-
-Picture Session::MakePicture(uint32_t coded_width, uint32_t coded_height, uint32_t type) const {
-    Picture picture;
-    picture.type = static_cast<PictureType>(type);
-    // Only where a layer was refused after its size was read can the decoder be at another one: then whole pixels
-    // pairs.
-    const bool known =
-        has_layer_ && RoundUpTo16(layer_.width) == coded_width && RoundUpTo16(layer_.height) == coded_height;
-    picture.width = known ? layer_.width : coded_width & ~1u;
-    picture.height = known ? layer_.height : coded_height & ~1u;
-
-    const size_t luma_size = size_t{coded_width} * coded_height;
-    const uint8_t* const luma = picture_.data();
-    const uint32_t chroma_width = HalfUp(picture.width);
-    const uint32_t chroma_height = HalfUp(picture.height);
-    const size_t chroma_pitch = coded_width / 2;
-    picture.planes[0] = {luma, picture.width, picture.height, coded_width};
-    picture.planes[1] = {luma + luma_size, chroma_width, chroma_height, chroma_pitch};
-    picture.planes[2] = {luma + luma_size * 5 / 4, chroma_width, chroma_height, chroma_pitch};
-    return picture;
+Session::Results::Iterator& Session::Results::Iterator::operator++() {
+    if (!state_->Next()) state_ = nullptr;
+    return *this;
 }
 
 }  // namespace mp4v

@@ -18,8 +18,8 @@
 #include <thread>
 #include <vector>
 
+#include "host/chunk_decoder.h"
 #include "host/memory.h"
-#include "host/session.h"
 #include "host/splitter.h"
 #include "host/status.h"
 #include "host/vol_header.h"
@@ -161,7 +161,7 @@ class HostInstance {
 
   private:
     const Job& job_;
-    Session session_;
+    ChunkDecoder session_;
     Outcomes outcomes_;
 };
 

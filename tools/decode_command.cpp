@@ -12,23 +12,21 @@
 #include <memory>
 #include <optional>
 
-#include "host/session.h"
-#include "mp4vdec.h"
-#include "tools/chunk_source.h"
+#include "mp4vdec.hpp"
 #include "tools/contact_sheet.h"
 #include "tools/exit_code.h"
 #include "tools/file.h"
 #include "tools/md5.h"
 #include "tools/progress.h"
 #include "tools/report.h"
-#include "tools/video_format.h"
+#include "tools/stream_source.h"
 #include "tools/video_writer.h"
 
 namespace mp4v {
 namespace {
 
-constexpr int kHighThreshold = 30;
-constexpr uint32_t kDeblockAboveThirty = 3;
+// Chunks; enough to see how far pictures are apart in time.
+constexpr size_t kLookAhead = 4;
 
 std::string LowerExtension(const std::string& path) {
     std::string extension = std::filesystem::path(path).extension().string();
@@ -84,7 +82,8 @@ std::unique_ptr<VideoWriter> MakeWriter(const DecodeOptions& options) {
 
 SessionOptions MakeSessionOptions(const DecodeOptions& options) {
     SessionOptions session;
-    if (options.deblock_threshold == kHighThreshold) session.control_flags = kDeblockAboveThirty;
+    session.deblock_threshold = options.deblock_threshold;
+    session.look_ahead = kLookAhead;
     return session;
 }
 
@@ -103,14 +102,14 @@ class DecodeRun {
     int Run();
 
   private:
-    void DecodeChunk(const Chunk& chunk);
-    void Deliver(const Chunk& chunk, const Picture& picture);
+    void Take(const Session::Results& results);
+    void Deliver(const Picture& picture);
     void Finish();
     void PrintReport();
     std::string InputName() const { return options_.input == "-" ? "standard input" : options_.input; }
 
     const DecodeOptions& options_;
-    ChunkSource source_;
+    StreamSource source_;
     Session session_;
     std::unique_ptr<VideoWriter> writer_;
     std::unique_ptr<OutputFile> frame_md5_;
@@ -127,11 +126,12 @@ int DecodeRun::Run() {
         std::cerr << "note: " << InputName() << " is " << container
                   << "; take the elementary stream out of it first.\n";
     }
-    Chunk chunk;
-    while (!Interrupted() && source_.Next(chunk)) {
-        DecodeChunk(chunk);
+    for (std::span<const uint8_t> bytes; !(bytes = source_.Read()).empty();) {
+        Take(session_.Feed(bytes));
         progress_.Update(source_.bytes_read());
     }
+    // What has arrived of the next picture when interrupted is not the whole of it.
+    if (!Interrupted()) Take(session_.Finish());
     progress_.Finish();
     Finish();
     if (!options_.quiet) PrintReport();
@@ -139,19 +139,17 @@ int DecodeRun::Run() {
     return report_.good() ? kExitGood : kExitDamage;
 }
 
-void DecodeRun::DecodeChunk(const Chunk& chunk) {
-    const DecodeResult result = session_.Decode(chunk.data, chunk.offset);
-    if (result.has_picture) Deliver(chunk, result.picture);
-    report_.Add(chunk, result);
+void DecodeRun::Take(const Session::Results& results) {
+    for (const Result& result : results) {
+        if (result.picture) Deliver(*result.picture);
+        report_.Add(result);
+        if (Interrupted()) return;
+    }
 }
 
-void DecodeRun::Deliver(const Chunk& chunk, const Picture& picture) {
+void DecodeRun::Deliver(const Picture& picture) {
     if (writer_) {
-        const auto format = [&] {
-            const VolHeader* const layer = session_.layer();
-            return layer ? FormatOf(*layer, chunk, source_.ahead()) : VideoFormat{};
-        };
-        if (!writer_->Write(picture, format)) report_.CountLeftOut();
+        if (!writer_->Write(picture, [&] { return session_.Format(); })) report_.CountLeftOut();
     }
     if (options_.md5) md5_.Add(picture);
     if (frame_md5_) {

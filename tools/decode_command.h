@@ -19,7 +19,7 @@ struct DecodeOptions {
     std::string output;         // empty: pictures are not written
     std::string frame_md5;      // file of a line per picture; empty: none
     std::string contact_sheet;  // PNG; empty: none
-    int deblock_threshold = 10;
+    unsigned deblock_threshold = 10;
     bool raw = false;
     bool md5 = false;
     bool quiet = false;

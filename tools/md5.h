@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "host/session.h"
+#include "mp4vdec.hpp"
 
 namespace mp4v {
 

@@ -6,8 +6,6 @@
 #include <cmath>
 #include <sstream>
 
-#include "host/status.h"
-
 namespace mp4v {
 namespace {
 
@@ -19,18 +17,12 @@ std::string Count(uint64_t count, const char* what) {
 
 }  // namespace
 
-void Report::Add(const Chunk& chunk, const DecodeResult& result) {
-    if (result.status != 0) {
-        Refuse(chunk, result.status_name() + ": " + ExplainStatus(result.status));
-    } else if (chunk.dropped > 0) {
-        Refuse(chunk, "too long: " + Count(chunk.dropped, "byte") + " left out");
-    } else if (!result.has_picture) {
-        Refuse(chunk, "its layer header tells a picture without samples");
-    }
+void Report::Add(const Result& result) {
     chunks_++;
-    if (!result.has_picture) return;
-    AddSize(result.picture);
-    switch (result.picture.type) {
+    if (result.error) Refuse(result);
+    if (!result.picture) return;
+    AddSize(*result.picture);
+    switch (result.picture->type) {
         case PictureType::kIntra:
             intra_++;
             break;
@@ -43,9 +35,11 @@ void Report::Add(const Chunk& chunk, const DecodeResult& result) {
     }
 }
 
-void Report::Refuse(const Chunk& chunk, std::string text) {
+void Report::Refuse(const Result& result) {
     refused_++;
-    if (refusals_.size() < kMaxListed) refusals_.push_back({chunks_, chunk.offset, std::move(text)});
+    if (refusals_.size() == kMaxListed) return;
+    const Error& error = result.error;
+    refusals_.push_back({result.number, result.offset, error.status ? error.name() + ": " + error.text : error.text});
 }
 
 void Report::AddSize(const Picture& picture) {

@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/session.h"
-#include "host/splitter.h"
+#include "mp4vdec.hpp"
 
 namespace mp4v {
 
@@ -19,7 +18,7 @@ class Report {
     /** Only the first refusals are kept one by one. */
     static constexpr size_t kMaxListed = 20;
 
-    void Add(const Chunk& chunk, const DecodeResult& result);
+    void Add(const Result& result);
     void CountLeftOut() { left_out_++; }
 
     uint64_t pictures() const { return intra_ + predicted_ + not_coded_; }
@@ -38,7 +37,7 @@ class Report {
         std::string text;
     };
 
-    void Refuse(const Chunk& chunk, std::string text);
+    void Refuse(const Result& result);
     void AddSize(const Picture& picture);
     std::string Sizes() const;
 

@@ -7,9 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "host/session.h"
+#include "mp4vdec.hpp"
 #include "tools/file.h"
-#include "tools/video_format.h"
 
 namespace mp4v {
 

@@ -1,28 +1,29 @@
 // SPDX-License-Identifier: BSD-2-Clause
 // Copyright (c) 2026, the mp4vdec authors
 
-// Decodes standard input to planar 4:2:0 on standard output by means of the host side.
+// Decodes standard input to planar 4:2:0 on standard output: the example in mp4vdec.hpp.
+#include <cstdio>
 #include <iostream>
-#include <iterator>
+#include <mp4vdec.hpp>
 #include <vector>
 
-#include "host/session.h"
-#include "host/splitter.h"
-
 int main() {
-    const std::vector<char> stream{std::istreambuf_iterator<char>(std::cin), {}};
-    mp4v::Splitter splitter;
     mp4v::Session session;
-    mp4v::Chunk chunk;
+    std::vector<uint8_t> block(65536);
+    size_t size = 0;
     int status = 0;
-    splitter.Append({reinterpret_cast<const uint8_t*>(stream.data()), stream.size()});
-    splitter.Finish();
-    while (splitter.Next(chunk)) {
-        const mp4v::DecodeResult result = session.Decode(chunk.data);
-        if (result.status != 0) status = 1;
-        if (!result.has_picture) continue;
-        const std::vector<uint8_t> samples = result.picture.Pack();
-        std::cout.write(reinterpret_cast<const char*>(samples.data()), static_cast<std::streamsize>(samples.size()));
-    }
+    do {
+        size = std::fread(block.data(), 1, block.size(), stdin);
+        for (const mp4v::Result& result : size > 0 ? session.Feed({block.data(), size}) : session.Finish()) {
+            if (result.error) {
+                std::cerr << "byte " << result.offset << ": " << result.error.text << "\n";
+                status = 1;
+            }
+            if (result.picture) {
+                const std::vector<uint8_t> samples = result.picture->Pack();
+                std::fwrite(samples.data(), 1, samples.size(), stdout);
+            }
+        }
+    } while (size > 0);
     return status;
 }

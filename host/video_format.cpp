@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: BSD-2-Clause
  * Copyright (c) 2026, the mp4vdec authors */
-#include "tools/video_format.h"
+#include "host/video_format.h"
 
 #include <algorithm>
 #include <numeric>
@@ -18,27 +18,6 @@ Ratio Reduced(uint32_t numerator, uint32_t denominator) {
     return {numerator / common, denominator / common};
 }
 
-// Turns the relative times of a run of pictures into ticks. modulo_time_base counts seconds since the picture before,
-// or since the time code of a GOV header when there is one in between (ISO/IEC 14496-2, 6.3.5).
-class PictureClock {
-  public:
-    explicit PictureClock(const VolHeader& vol) : vol_(vol) {}
-
-    std::optional<uint64_t> TicksOf(const Chunk& chunk) {
-        const ChunkHeaders headers = ScanHeaders(chunk.data);
-        if (headers.group_seconds) seconds_ = *headers.group_seconds;
-        if (!headers.vop_position) return std::nullopt;
-        const std::optional<VopHeader> vop = ReadVopHeader(chunk.data, *headers.vop_position, vol_);
-        if (!vop || vop->coding_type > kPredictedVop) return std::nullopt;
-        seconds_ += vop->modulo_time;
-        return seconds_ * vol_.time_resolution + vop->time_increment;
-    }
-
-  private:
-    const VolHeader& vol_;
-    uint64_t seconds_ = 0;
-};
-
 bool ChangesLayer(const Chunk& chunk, const VolHeader& vol) {
     const std::vector<VolHeader> vols = ScanHeaders(chunk.data).vols;
     return std::any_of(vols.begin(), vols.end(), [&](const VolHeader& other) {
@@ -47,10 +26,10 @@ bool ChangesLayer(const Chunk& chunk, const VolHeader& vol) {
 }
 
 std::vector<uint64_t> PictureTimes(const VolHeader& vol, const Chunk& chunk, const std::deque<Chunk>& ahead) {
-    PictureClock clock(vol);
+    PictureClock clock;
     std::vector<uint64_t> times;
     const auto add = [&](const Chunk& next) {
-        if (const auto ticks = clock.TicksOf(next)) times.push_back(*ticks);
+        if (const auto ticks = clock.TicksOf(next, vol)) times.push_back(*ticks);
     };
     add(chunk);
     for (const Chunk& next : ahead) {
@@ -72,6 +51,22 @@ uint64_t ShortestDistance(std::vector<uint64_t> times) {
 }
 
 }  // namespace
+
+std::optional<uint64_t> PictureClock::TicksOf(const Chunk& chunk, const VolHeader& vol) {
+    const ChunkHeaders headers = ScanHeaders(chunk.data);
+    if (headers.group_seconds) seconds_ = *headers.group_seconds;
+    if (!headers.vop_position) return std::nullopt;
+    const std::optional<VopHeader> vop = ReadVopHeader(chunk.data, *headers.vop_position, vol);
+    if (!vop || vop->coding_type > kPredictedVop) return std::nullopt;
+    seconds_ += vop->modulo_time;
+    return seconds_ * vol.time_resolution + vop->time_increment;
+}
+
+std::optional<double> PictureClock::SecondsOf(const Chunk& chunk, const VolHeader& vol) {
+    const std::optional<uint64_t> ticks = TicksOf(chunk, vol);
+    if (!ticks || vol.time_resolution == 0) return std::nullopt;
+    return static_cast<double>(*ticks) / vol.time_resolution;
+}
 
 Ratio PictureRate(const VolHeader& vol, const Chunk& chunk, const std::deque<Chunk>& ahead) {
     if (vol.time_resolution == 0) return kDefaultRate;

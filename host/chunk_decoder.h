@@ -1,9 +1,8 @@
 /* SPDX-License-Identifier: BSD-2-Clause
  * Copyright (c) 2026, the mp4vdec authors */
-#ifndef MP4VDEC_HOST_SESSION_H_
-#define MP4VDEC_HOST_SESSION_H_
+#ifndef MP4VDEC_HOST_CHUNK_DECODER_H_
+#define MP4VDEC_HOST_CHUNK_DECODER_H_
 
-#include <array>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -11,42 +10,24 @@
 
 #include "host/memory.h"
 #include "host/vol_header.h"
+#include "mp4vdec.hpp"
 
 namespace mp4v {
 
-enum class PictureType : uint32_t { kIntra = 1, kPredicted = 2, kNotCoded = 3 };
-
-struct PlaneView {
-    const uint8_t* samples = nullptr;
-    uint32_t width = 0;
-    uint32_t height = 0;
-    size_t pitch = 0;  // bytes from one row to the next
-};
-
-/** A decoded picture at the stream's own size, planar 4:2:0; chroma of odd sizes is rounded up. */
-struct Picture {
-    PictureType type = PictureType::kIntra;
-    uint32_t width = 0;
-    uint32_t height = 0;
-    std::array<PlaneView, 3> planes;  // Y, U, V
-
-    /** Y, U and V without gaps. */
-    std::vector<uint8_t> Pack() const;
-    size_t packed_size() const;
-};
-
 struct DecodeResult {
     uint32_t status = 0;       // of the decoder; 0: fine
-    bool has_picture = false;  // false although fine: not to be shown, or the layer has size 0
-    Picture picture;           // valid until the next call of the session
+    bool has_picture = false;  // false although fine: hidden, or the layer has size 0
+    bool hidden = false;       // decoded, but not written out as MP4VDEC_CTRL_INTRA_ONLY asks
+    Picture picture;           // valid until the next chunk
     uint64_t offset = 0;
     uint64_t time_stamp = 0;
 
     std::string status_name() const;
 };
 
-struct SessionOptions {
+struct ChunkDecoderOptions {
     uint32_t control_flags = 0;  // MP4VDEC_CTRL_*
+    uint32_t ext_param = 0;      // Mp4vDecOpenParams::u32ExtParam
 };
 
 /**
@@ -55,12 +36,12 @@ struct SessionOptions {
  * The decoder is opened when the first picture size is known, and again when a layer outgrows it; its
  * pictures come back at the size that the stream tells, whatever the decoder worked with.
  */
-class Session {
+class ChunkDecoder {
   public:
-    explicit Session(SessionOptions options = {});
-    ~Session();
-    Session(const Session&) = delete;
-    Session& operator=(const Session&) = delete;
+    explicit ChunkDecoder(ChunkDecoderOptions options = {});
+    ~ChunkDecoder();
+    ChunkDecoder(const ChunkDecoder&) = delete;
+    ChunkDecoder& operator=(const ChunkDecoder&) = delete;
 
     /** Decodes one chunk. `offset` and `time_stamp` are handed through. */
     DecodeResult Decode(std::span<const uint8_t> chunk, uint64_t offset = 0, uint64_t time_stamp = 0);
@@ -89,7 +70,7 @@ class Session {
     void Remember(const ChunkHeaders& headers);
     Picture MakePicture(uint32_t coded_width, uint32_t coded_height, uint32_t type) const;
 
-    SessionOptions options_;
+    ChunkDecoderOptions options_;
     MemoryService memory_;
     void* decoder_ = nullptr;
     uint32_t open_width_ = 0;
@@ -107,4 +88,4 @@ class Session {
 
 }  // namespace mp4v
 
-#endif  // MP4VDEC_HOST_SESSION_H_
+#endif  // MP4VDEC_HOST_CHUNK_DECODER_H_

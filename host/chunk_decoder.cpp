@@ -1,0 +1,202 @@
+/* SPDX-License-Identifier: BSD-2-Clause
+ * Copyright (c) 2026, the mp4vdec authors */
+#include "host/chunk_decoder.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "host/start_code.h"
+#include "host/status.h"
+#include "mp4vdec.h"
+
+namespace mp4v {
+namespace {
+
+// For streams whose first chunks tell no size: large enough for most, and the decoder has to say what is wrong.
+constexpr uint32_t kDefaultWidth = 352;
+constexpr uint32_t kDefaultHeight = 288;
+// The decoder takes at most 128 bytes of user data per chunk; longer headers are not worth keeping.
+constexpr size_t kMaxRememberedHeaders = 4096;
+
+const VidDecFuncs& Funcs() {
+    return *ptVidDec_MPEG4->ptFuncs;
+}
+
+constexpr uint32_t HalfUp(uint32_t size) {
+    return (size + 1) / 2;
+}
+
+Mp4vDecInArgs InArgs(const std::vector<uint8_t>& padded, uint64_t time_stamp, uint32_t flags) {
+    Mp4vDecInArgs in{};
+    in.pu8Buf = padded.data();
+    in.u32BufLen = static_cast<uint32_t>(padded.size() - MP4VDEC_CHUNK_PADDING);
+    in.u64TimeStamp = time_stamp;
+    in.u32CtrlFlags = flags;
+    return in;
+}
+
+// False for layers that the decoder refuses by what stands before their size, or for the size itself: opening another
+// instance for those would only lose the pictures of the present one.
+bool NeedsRoom(const VolHeader& vol) {
+    const uint32_t type = vol.type_indication;
+    return vol.has_size() && IsSupportedSize(vol.width, vol.height) && (type == 0 || type == 1 || type == 17);
+}
+
+}  // namespace
+
+size_t Picture::packed_size() const {
+    size_t size = 0;
+    for (const PlaneView& plane : planes) size += size_t{plane.width} * plane.height;
+    return size;
+}
+
+std::vector<uint8_t> Picture::Pack() const {
+    std::vector<uint8_t> packed;
+    packed.reserve(packed_size());
+    for (const PlaneView& plane : planes) {
+        for (uint32_t y = 0; y < plane.height; y++) {
+            const uint8_t* const row = plane.samples + y * plane.pitch;
+            packed.insert(packed.end(), row, row + plane.width);
+        }
+    }
+    return packed;
+}
+
+std::string DecodeResult::status_name() const {
+    return StatusName(status);
+}
+
+ChunkDecoder::ChunkDecoder(ChunkDecoderOptions options) : options_(options) {}
+
+ChunkDecoder::~ChunkDecoder() {
+    Close();
+}
+
+DecodeResult ChunkDecoder::Decode(std::span<const uint8_t> chunk, uint64_t offset, uint64_t time_stamp) {
+    DecodeResult result;
+    result.offset = offset;
+    result.time_stamp = time_stamp;
+
+    const ChunkHeaders headers = ScanHeaders(chunk);
+    result.status = EnsureOpen(SizeFor(headers));
+    if (result.status != MP4VDEC_OK) return result;
+
+    Load(chunk);
+    RoundVolSizes(chunk_, headers);
+    Remember(headers);
+
+    const Mp4vDecInArgs in = InArgs(chunk_, time_stamp, options_.control_flags);
+    Mp4vDecOutArgs out{};
+    out.pu8Dst = picture_.data();
+    result.status = Funcs().pfProcess(decoder_, &in, &out);
+    // With this flag, predicted pictures are decoded but not written out.
+    const bool hides = (options_.control_flags & MP4VDEC_CTRL_INTRA_ONLY) && out.u32PicType == MP4VDEC_PIC_PREDICTED;
+    result.hidden = result.status == MP4VDEC_OK && hides;
+    if (result.status == MP4VDEC_OK && out.u32FrameReady == 1 && !hides) {
+        result.picture = MakePicture(out.u32Width, out.u32Height, out.u32PicType);
+        result.has_picture = result.picture.packed_size() > 0;
+    }
+    return result;
+}
+
+// The size that the decoder must be open for.
+ChunkDecoder::Size ChunkDecoder::SizeFor(const ChunkHeaders& headers) const {
+    Size size{open_width_, open_height_};
+    for (const VolHeader& vol : headers.vols) {
+        if (!NeedsRoom(vol)) continue;
+        size.width = std::max({size.width, RoundUpTo16(vol.width), 16u});
+        size.height = std::max({size.height, RoundUpTo16(vol.height), 16u});
+    }
+    return size.width == 0 ? Size{kDefaultWidth, kDefaultHeight} : size;
+}
+
+uint32_t ChunkDecoder::EnsureOpen(Size size) {
+    if (decoder_ && size.width == open_width_ && size.height == open_height_) return MP4VDEC_OK;
+    Close();
+    picture_.assign(size_t{size.width} * size.height * 3 / 2, 0);
+    Mp4vDecOpenParams params{};
+    params.u32Width = size.width;
+    params.u32Height = size.height;
+    params.u32ExtParam = options_.ext_param;
+    void* decoder = nullptr;
+    const uint32_t status = Funcs().pfOpen(&decoder, &params, &memory_);
+    if (status != MP4VDEC_OK) return status;
+    decoder_ = decoder;
+    open_width_ = size.width;
+    open_height_ = size.height;
+    times_opened_++;
+    ReplayHeaders();
+    return MP4VDEC_OK;
+}
+
+void ChunkDecoder::Close() {
+    if (decoder_) Funcs().pfClose(decoder_);
+    decoder_ = nullptr;
+}
+
+void ChunkDecoder::Load(std::span<const uint8_t> chunk) {
+    constexpr size_t kLongest = std::numeric_limits<uint32_t>::max() - MP4VDEC_CHUNK_PADDING;
+    const size_t size = std::min(chunk.size(), kLongest);
+    chunk_.clear();
+    chunk_.reserve(size + MP4VDEC_CHUNK_PADDING);
+    chunk_.assign(chunk.begin(), chunk.begin() + static_cast<ptrdiff_t>(size));
+    chunk_.resize(size + MP4VDEC_CHUNK_PADDING, 0);
+}
+
+// A new instance gets its layer from the chunk that made it necessary, and its reference picture from the intra picture
+// that follows. What would be lost is the picture structure that user data told earlier, so they are told again,
+// between the layers that may have overruled them.
+void ChunkDecoder::ReplayHeaders() {
+    if (user_data_headers_.empty()) return;
+    Replay(user_data_layer_);
+    Replay(user_data_headers_);
+    Replay(layer_headers_);
+}
+
+void ChunkDecoder::Replay(const std::vector<uint8_t>& padded) {
+    if (padded.empty()) return;
+    const Mp4vDecInArgs in = InArgs(padded, 0, 0);
+    Mp4vDecOutArgs out{};
+    Funcs().pfProcess(decoder_, &in, &out);
+}
+
+void ChunkDecoder::Remember(const ChunkHeaders& headers) {
+    for (const VolHeader& vol : headers.vols) {
+        if (!vol.has_size()) continue;
+        layer_ = vol;
+        has_layer_ = true;
+    }
+    if (!headers.vop_position || *headers.vop_position > kMaxRememberedHeaders) return;
+    // With the VOP start code, which ends the last header; the padding behind it reads as a picture that is not coded.
+    const size_t size = *headers.vop_position + kStartCodeSize;
+    std::vector<uint8_t> padded(chunk_.begin(), chunk_.begin() + static_cast<ptrdiff_t>(size));
+    padded.resize(size + MP4VDEC_CHUNK_PADDING, 0);
+    if (headers.has_user_data) {
+        user_data_layer_ = layer_headers_;
+        user_data_headers_ = padded;
+    }
+    if (!headers.vols.empty()) layer_headers_ = std::move(padded);
+}
+
+Picture ChunkDecoder::MakePicture(uint32_t coded_width, uint32_t coded_height, uint32_t type) const {
+    Picture picture;
+    picture.type = static_cast<PictureType>(type);
+    // Only where a layer was refused after its size was read can the decoder be at another one: then whole pixels
+    // pairs.
+    const bool known =
+        has_layer_ && RoundUpTo16(layer_.width) == coded_width && RoundUpTo16(layer_.height) == coded_height;
+    picture.width = known ? layer_.width : coded_width & ~1u;
+    picture.height = known ? layer_.height : coded_height & ~1u;
+
+    const size_t luma_size = size_t{coded_width} * coded_height;
+    const uint8_t* const luma = picture_.data();
+    const uint32_t chroma_width = HalfUp(picture.width);
+    const uint32_t chroma_height = HalfUp(picture.height);
+    const size_t chroma_pitch = coded_width / 2;
+    picture.planes[0] = {luma, picture.width, picture.height, coded_width};
+    picture.planes[1] = {luma + luma_size, chroma_width, chroma_height, chroma_pitch};
+    picture.planes[2] = {luma + luma_size * 5 / 4, chroma_width, chroma_height, chroma_pitch};
+    return picture;
+}
+
+}  // namespace mp4v
