@@ -69,10 +69,13 @@ memory service and crops the pictures.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME mp4vdec-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION video)
+if(MP4VDEC_READS_CONTAINERS)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "gstreamer1.0-plugins-base, gstreamer1.0-plugins-good")
+endif()
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "decoder for MPEG-4 Part 2 video - command-line tool
 ${about}
-This package contains mp4vdec, which writes the pictures of an elementary
-stream as Y4M or raw video, their MD5, or a contact sheet.")
+This package contains mp4vdec, which writes the pictures of a stream as Y4M
+or raw video, their MD5, or a contact sheet.")
 
 mp4vdec_gzip(changelog changelog_gz)
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)

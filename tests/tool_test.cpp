@@ -2,16 +2,14 @@
 // Copyright (c) 2026, the mp4vdec authors
 
 // Runs the player as a user does and looks at its exit status, its files and what it says.
+#include "support/tool.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "support/headers_writer.h"
@@ -25,68 +23,6 @@ TEST(Tool, IsNotBuilt) {
 
 namespace mp4v::test {
 namespace {
-
-namespace fs = std::filesystem;
-
-constexpr int kGood = 0;
-constexpr int kDamage = 1;
-constexpr int kUsage = 2;
-constexpr int kFiles = 3;
-constexpr int kInterrupted = 130;
-
-std::string Text(const Bytes& bytes) {
-    return {bytes.begin(), bytes.end()};
-}
-
-bool Contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-int ExitStatus(int status) {
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-class Tool : public testing::Test {
-  protected:
-    struct Result {
-        int status;
-        std::string out;
-        std::string err;
-    };
-
-    void SetUp() override {
-        std::string name = (fs::temp_directory_path() / "mp4vdec-tool-XXXXXX").string();
-        ASSERT_NE(nullptr, mkdtemp(name.data()));
-        folder_ = name;
-    }
-    void TearDown() override { fs::remove_all(folder_); }
-
-    std::string Path(const std::string& name) const { return (folder_ / name).string(); }
-
-    void WriteFile(const std::string& name, const Bytes& bytes) const {
-        std::ofstream(Path(name), std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    }
-
-    std::string ReadFile(const std::string& name) const {
-        std::ifstream file(Path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    bool Exists(const std::string& name) const { return fs::exists(folder_ / name); }
-
-    // A shell command in the test's folder; $P is the player.
-    Result Shell(const std::string& command) const {
-        const std::string line =
-            "cd '" + folder_.string() + "' && P='" MP4VDEC_PLAYER "' && { " + command + "; } >stdout.txt 2>stderr.txt";
-        const int status = system(line.c_str());
-        return {ExitStatus(status), ReadFile("stdout.txt"), ReadFile("stderr.txt")};
-    }
-
-    Result Run(const std::string& arguments) const { return Shell("\"$P\" " + arguments); }
-
-    fs::path folder_;
-};
 
 VolHeader Layer(uint32_t width = 48, uint32_t height = 32) {
     return LayerOf(width, height);
@@ -414,17 +350,6 @@ TEST_F(Tool, LeavesNoEmptyFileWhenNothingIsDecoded) {
     EXPECT_FALSE(Exists("out.y4m"));
     EXPECT_FALSE(Exists("out.yuv"));
     EXPECT_FALSE(Exists("out.png"));
-}
-
-TEST_F(Tool, PointsOutContainers) {
-    Bytes avi = {'R', 'I', 'F', 'F', 0, 0, 0, 0, 'A', 'V', 'I', ' '};
-    WriteFile("in.avi", avi);
-    const Result result = Run("decode in.avi");
-    EXPECT_EQ(kDamage, result.status);
-    EXPECT_TRUE(Contains(result.err, "in.avi is an AVI file; take the elementary stream out of it first"));
-    const Bytes mp4 = {0, 0, 0, 20, 'f', 't', 'y', 'p', 'i', 's', 'o', 'm'};
-    WriteFile("in.mp4", mp4);
-    EXPECT_TRUE(Contains(Run("decode in.mp4").err, "an MP4 file"));
 }
 
 TEST_F(Tool, RefusesBadUsage) {

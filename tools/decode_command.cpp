@@ -121,17 +121,13 @@ class DecodeRun {
 };
 
 int DecodeRun::Run() {
-    const char* const container = source_.container();
-    if (container && !options_.quiet) {
-        std::cerr << "note: " << InputName() << " is " << container
-                  << "; take the elementary stream out of it first.\n";
-    }
     for (std::span<const uint8_t> bytes; !(bytes = source_.Read()).empty();) {
         Take(session_.Feed(bytes));
-        progress_.Update(source_.bytes_read());
+        progress_.Update(source_.position());
     }
     // What has arrived of the next picture when interrupted is not the whole of it.
     if (!Interrupted()) Take(session_.Finish());
+    report_.SetProblem(source_.problem());
     progress_.Finish();
     Finish();
     if (!options_.quiet) PrintReport();

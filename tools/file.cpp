@@ -3,9 +3,11 @@
 #include "tools/file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -47,7 +49,9 @@ InputFile::InputFile(const std::string& path)
       fd_(path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (fd_ < 0) throw FileError("cannot open " + name_ + ": " + Reason());
     struct stat info {};
-    if (fstat(fd_, &info) == 0 && S_ISREG(info.st_mode)) size_ = static_cast<uint64_t>(info.st_size);
+    if (fstat(fd_, &info) != 0 || !S_ISREG(info.st_mode)) return;
+    begin_ = std::clamp<off_t>(lseek(fd_, 0, SEEK_CUR), 0, info.st_size);
+    size_ = static_cast<uint64_t>(info.st_size - begin_);
 }
 
 InputFile::~InputFile() {
@@ -61,6 +65,23 @@ size_t InputFile::Read(std::span<uint8_t> buffer) {
         if (errno != EINTR) throw FileError("cannot read " + name_ + ": " + Reason());
     }
     return 0;
+}
+
+size_t InputFile::ReadOrStop(std::span<uint8_t> buffer) {
+    for (;;) {
+        const ssize_t got = read(fd_, buffer.data(), buffer.size());
+        if (got >= 0) return static_cast<size_t>(got);
+        if (errno != EINTR || Interrupted()) return 0;
+    }
+}
+
+bool InputFile::Readable(int patience) const {
+    pollfd wait{fd_, POLLIN, 0};
+    return poll(&wait, 1, patience) > 0;
+}
+
+bool InputFile::Seek(uint64_t offset) {
+    return size_ && offset <= *size_ && lseek(fd_, begin_ + static_cast<off_t>(offset), SEEK_SET) >= 0;
 }
 
 OutputFile::OutputFile(const std::string& path)

@@ -3,6 +3,8 @@
 #ifndef MP4VDEC_TOOLS_FILE_H_
 #define MP4VDEC_TOOLS_FILE_H_
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -37,12 +39,24 @@ class InputFile {
     /** Returns how many bytes were read; 0 at the end or when interrupted. */
     size_t Read(std::span<uint8_t> buffer);
 
+    /** The same for other threads: gives 0 instead of throwing. */
+    size_t ReadOrStop(std::span<uint8_t> buffer);
+
+    /** Waits until there is something to read, or the end. False after that many milliseconds. */
+    bool Readable(int patience) const;
+
+    /** Goes to a byte of a regular file. */
+    bool Seek(uint64_t offset);
+
     /** Of a regular file. */
     std::optional<uint64_t> size() const { return size_; }
+    /** For messages. */
+    const std::string& name() const { return name_; }
 
   private:
     std::string name_;
     int fd_;
+    off_t begin_ = 0;  // standard input may have been read from before
     std::optional<uint64_t> size_;
 };
 

@@ -4,8 +4,10 @@
 #include <exception>
 #include <iostream>
 #include <new>
+#include <string>
 
 #include "tools/decode_command.h"
+#include "tools/demuxer.h"
 #include "tools/exit_code.h"
 
 #ifndef MP4VDEC_VERSION
@@ -48,10 +50,16 @@ void AddDecode(CLI::App& app, mp4v::DecodeOptions& options) {
     decode->footer(kExamples);
 }
 
+std::string Version() {
+    const char* const demuxer = mp4v::DemuxerVersion();
+    return std::string("mp4vdec " MP4VDEC_VERSION "\nInput: elementary streams") +
+           (demuxer ? std::string(", AVI, MP4/QuickTime and Matroska by ") + demuxer : "");
+}
+
 int Run(int argc, char** argv) {
     CLI::App app("mp4vdec decodes MPEG-4 Part 2 video (ISO/IEC 14496-2).", "mp4vdec");
     mp4v::DecodeOptions options;
-    app.set_version_flag("--version", "mp4vdec " MP4VDEC_VERSION);
+    app.set_version_flag("--version", Version());
     app.require_subcommand(1);
     app.footer(kExamples);
     AddDecode(app, options);

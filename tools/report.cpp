@@ -48,7 +48,7 @@ void Report::AddSize(const Picture& picture) {
 }
 
 bool Report::good() const {
-    return refused_ == 0 && left_out_ == 0 && pictures() > 0;
+    return problem_.empty() && refused_ == 0 && left_out_ == 0 && pictures() > 0;
 }
 
 std::string Report::Sizes() const {
@@ -64,10 +64,11 @@ std::string Report::Text(const std::string& name, std::chrono::duration<double> 
     }
     if (refused_ > refusals_.size()) out << "and " << refused_ - refusals_.size() << " more like these.\n";
 
+    if (!problem_.empty()) out << name << ": " << problem_ << ".\n";
     out << name << ": ";
     if (pictures() == 0) {
         out << "nothing was decoded";
-        if (chunks_ == 0) out << "; there are no data in it";
+        if (chunks_ == 0 && problem_.empty()) out << "; there are no data in it";
     } else {
         out << Sizes() << ", " << Count(pictures(), "picture") << " (" << intra_ << " intra, " << predicted_
             << " predicted, " << not_coded_ << " not coded)";

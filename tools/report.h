@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "mp4vdec.hpp"
@@ -20,6 +21,8 @@ class Report {
 
     void Add(const Result& result);
     void CountLeftOut() { left_out_++; }
+    /** What ended the stream too early; empty: nothing did. */
+    void SetProblem(std::string problem) { problem_ = std::move(problem); }
 
     uint64_t pictures() const { return intra_ + predicted_ + not_coded_; }
     uint64_t left_out() const { return left_out_; }
@@ -47,6 +50,7 @@ class Report {
     uint64_t not_coded_ = 0;
     uint64_t left_out_ = 0;
     uint64_t refused_ = 0;
+    std::string problem_;
     std::vector<Refusal> refusals_;
     std::vector<std::string> sizes_;
 };

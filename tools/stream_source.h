@@ -4,15 +4,17 @@
 #define MP4VDEC_TOOLS_STREAM_SOURCE_H_
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "tools/demuxer.h"
 #include "tools/file.h"
 
 namespace mp4v {
 
-/** The bytes of an elementary stream, from a file. */
+/** The bytes of an elementary stream, from a file that is one or a container. */
 class StreamSource {
   public:
     explicit StreamSource(const std::string& path);
@@ -20,11 +22,13 @@ class StreamSource {
     /** The next bytes, valid until the next call; none at the end, or when interrupted. */
     std::span<const uint8_t> Read();
 
-    uint64_t bytes_read() const { return bytes_read_; }
+    /** How far the file has been read. */
+    uint64_t position() const { return demuxer_ ? demuxer_->position() : bytes_read_; }
     const InputFile& file() const { return file_; }
+    Container container() const { return container_; }
 
-    /** What kind of file the first bytes tell of, when it is a well-known one that holds no bare stream; else null. */
-    const char* container() const;
+    /** What ended the stream too early, as a sentence without a full stop; else empty. */
+    std::string problem() const { return demuxer_ ? demuxer_->problem() : ""; }
 
   private:
     std::span<const uint8_t> ReadBlock();
@@ -33,6 +37,8 @@ class StreamSource {
     std::vector<uint8_t> block_;
     std::span<const uint8_t> first_;
     uint64_t bytes_read_ = 0;
+    Container container_ = Container::kNone;
+    std::unique_ptr<Demuxer> demuxer_;
 };
 
 }  // namespace mp4v
