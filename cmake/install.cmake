@@ -43,4 +43,6 @@ if(TARGET mp4vdec_player)
   install(TARGETS mp4vdec_player RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   mp4vdec_gzip(mp4vdec.1 manual)
   install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion.bash
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME mp4vdec COMPONENT tools)
 endif()

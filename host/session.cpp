@@ -88,6 +88,7 @@ void Session::State::Decode() {
     result.number = chunks++;
     result.offset = chunk.offset;
     result.size = chunk.data.size();
+    result.coded = chunk.has_picture;
     if (!extensions.problem().empty()) {
         result.error.text = extensions.problem();
         return;

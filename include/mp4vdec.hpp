@@ -79,6 +79,7 @@ struct Result {
     uint64_t number = 0;  // of the chunk, from 0
     uint64_t offset = 0;  // of its first byte among all that were fed
     size_t size = 0;      // in bytes
+    bool coded = false;   // there is a picture in it, decoded or not
     Error error;
     std::optional<Picture> picture;  // its samples are valid until the iterator moves on
     std::optional<double> seconds;   // of a picture, by the stream's own clock

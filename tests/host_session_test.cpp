@@ -77,6 +77,7 @@ TEST(HostSession, CropsAndTellsWhereAPictureComesFrom) {
     for (const Result& result : session.Finish()) {
         ASSERT_TRUE(result.picture);
         EXPECT_FALSE(result.error);
+        EXPECT_TRUE(result.coded);
         EXPECT_EQ(number, result.number);
         EXPECT_EQ(number == 0 ? 0 : first.size(), result.offset);
         EXPECT_EQ(number == 0 ? first.size() : both.size() - first.size(), result.size);

@@ -4,25 +4,17 @@
 #define MP4VDEC_TOOLS_CONTACT_SHEET_H_
 
 #include <cstdint>
-#include <string>
+#include <optional>
 #include <vector>
 
 #include "mp4vdec.hpp"
+#include "tools/image.h"
 
 namespace mp4v {
 
-/** An RGB image, rows without gaps. */
-struct Image {
-    uint32_t width = 0;
-    uint32_t height = 0;
-    std::vector<uint8_t> rgb;
-};
-
-/** The picture, made smaller by a whole factor until it is at most `max_width` columns wide. */
-Image Thumbnail(const Picture& picture, uint32_t max_width);
-
 /**
  * Collects up to 16 pictures, evenly spaced over a stream of unknown length, and lays them out in rows of four.
+ * Pictures that have room for it carry their time.
  */
 class ContactSheet {
   public:
@@ -30,7 +22,7 @@ class ContactSheet {
     static constexpr uint32_t kColumns = 4;
     static constexpr uint32_t kCellWidth = 320;
 
-    void Add(const Picture& picture);
+    void Add(const Picture& picture, std::optional<double> seconds);
     bool empty() const { return thumbnails_.empty(); }
     Image Render() const;
 
@@ -41,8 +33,8 @@ class ContactSheet {
     uint64_t seen_ = 0;
 };
 
-/** Throws FileError. */
-void WritePng(const Image& image, const std::string& path);
+/** "1:02:03.04" */
+std::string TimeCode(double seconds);
 
 }  // namespace mp4v
 

@@ -5,186 +5,206 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
-#include <chrono>
+#include <atomic>
+#include <charconv>
 #include <filesystem>
-#include <iostream>
-#include <memory>
-#include <optional>
+#include <set>
+#include <thread>
 
-#include "mp4vdec.hpp"
-#include "tools/contact_sheet.h"
+#include "tools/decode_run.h"
 #include "tools/exit_code.h"
 #include "tools/file.h"
-#include "tools/md5.h"
-#include "tools/progress.h"
-#include "tools/report.h"
-#include "tools/stream_source.h"
-#include "tools/video_writer.h"
 
 namespace mp4v {
 namespace {
 
-// Chunks; enough to see how far pictures are apart in time.
-constexpr size_t kLookAhead = 4;
+namespace fs = std::filesystem;
 
-std::string LowerExtension(const std::string& path) {
-    std::string extension = std::filesystem::path(path).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension;
-}
-
-bool IsRaw(const DecodeOptions& options) {
-    return options.raw || LowerExtension(options.output) == ".yuv";
-}
+// One input and where its pictures go.
+struct Job {
+    std::string input;
+    std::string output;
+    OutputFormat format = OutputFormat::kY4m;
+};
 
 bool SameFile(const std::string& a, const std::string& b) {
     if (a == "-" || b == "-") return false;
     std::error_code error;
-    return std::filesystem::equivalent(a, b, error) && !error && std::filesystem::is_regular_file(a, error);
+    return fs::equivalent(a, b, error) && !error && fs::is_regular_file(a, error);
 }
 
 // Devices and pipes have names without an ending; they get Y4M, as standard output does.
 bool IsDevice(const std::string& path) {
     std::error_code error;
-    return std::filesystem::is_other(path, error);
+    return fs::is_other(path, error);
+}
+
+bool IsFolder(const std::string& path) {
+    std::error_code error;
+    return path.ends_with('/') || fs::is_directory(path, error);
+}
+
+const char* EndingOf(OutputFormat format) {
+    switch (format) {
+        case OutputFormat::kI420:
+            return ".yuv";
+        case OutputFormat::kNv12:
+            return ".nv12";
+        case OutputFormat::kPng:
+            return "-%05d.png";
+        default:
+            return ".y4m";
+    }
+}
+
+std::string NameInFolder(const std::string& folder, const std::string& input, OutputFormat format) {
+    const std::string stem = input == "-" ? "stdin" : fs::path(input).stem().string();
+    return (fs::path(folder) / (stem + EndingOf(format))).string();
 }
 
 void CheckStandardOutput(const DecodeOptions& options) {
-    const int users = (options.output == "-") + (options.frame_md5 == "-") + options.md5;
-    if (users > 1) throw UsageError("only one of -o -, --framemd5 - and --md5 can have standard output");
+    const int users =
+        (options.output == "-") + (options.frame_md5 == "-") + (options.md5 && !options.json) + options.json;
+    if (users > 1) throw UsageError("only one of -o -, --framemd5 -, --md5 and --json can have standard output");
     if (options.contact_sheet == "-") throw UsageError("a contact sheet needs a file name");
     if (options.output == "-" && isatty(STDOUT_FILENO)) {
         throw UsageError("pictures are not written to a terminal; use a file name or a pipe");
     }
 }
 
-void Check(const DecodeOptions& options) {
-    CheckStandardOutput(options);
-    for (const std::string& path : {options.output, options.frame_md5, options.contact_sheet}) {
-        if (!path.empty() && SameFile(options.input, path)) {
-            throw UsageError("'" + path + "' is the input; it is not overwritten");
+void CheckCombination(const DecodeOptions& options) {
+    const bool per_input = !options.frame_md5.empty() || !options.contact_sheet.empty() || !options.verify.empty();
+    if (options.inputs.size() > 1 && per_input) {
+        throw UsageError("--framemd5, --contact-sheet and --verify take one input at a time");
+    }
+    if (options.inputs.size() > 1 && !options.output.empty() && !IsFolder(options.output)) {
+        throw UsageError("with several inputs, -o is a folder: end it in /");
+    }
+    if (std::count(options.inputs.begin(), options.inputs.end(), "-") > 1) {
+        throw UsageError("standard input can be read only once");
+    }
+    if (options.benchmark && (per_input || !options.output.empty() || options.md5)) {
+        throw UsageError("--benchmark goes without any output");
+    }
+    if (options.output == "-" && options.format == OutputFormat::kPng) {
+        throw UsageError("PNG pictures need a file name");
+    }
+}
+
+OutputFormat FormatOf(const DecodeOptions& options) {
+    if (options.format != OutputFormat::kByName) return options.format;
+    if (options.output == "-" || IsDevice(options.output) || IsFolder(options.output)) return OutputFormat::kY4m;
+    const OutputFormat format = FormatByName(options.output);
+    if (format == OutputFormat::kByName) {
+        throw UsageError("cannot tell the format of '" + options.output +
+                         "': end it in .y4m, .yuv, .nv12 or .png, or give --format");
+    }
+    return format;
+}
+
+std::vector<Job> MakeJobs(const DecodeOptions& options) {
+    std::vector<Job> jobs;
+    std::set<std::string> outputs;
+    for (const std::string& input : options.inputs) {
+        Job job{input, options.output};
+        if (!options.output.empty()) {
+            job.format = FormatOf(options);
+            if (IsFolder(options.output)) job.output = NameInFolder(options.output, input, job.format);
+            if (!outputs.insert(job.output).second) {
+                throw UsageError("two inputs would be written to '" + job.output + "'");
+            }
+            if (job.format == OutputFormat::kPng && !PngWriter::HasNumber(job.output) && options.limit != 1) {
+                throw UsageError("the name needs a place for the number, for example picture-%05d.png");
+            }
+        }
+        jobs.push_back(std::move(job));
+    }
+    return jobs;
+}
+
+void CheckInputsAreKept(const DecodeOptions& options, const std::vector<Job>& jobs) {
+    std::vector<std::string> written = {options.frame_md5, options.contact_sheet};
+    for (const Job& job : jobs) written.push_back(job.output);
+    for (const std::string& input : options.inputs) {
+        for (const std::string& path : written) {
+            if (!path.empty() && SameFile(input, path)) {
+                throw UsageError("'" + path + "' is the input; it is not overwritten");
+            }
         }
     }
-    if (options.output.empty() || options.output == "-" || options.raw || IsDevice(options.output)) return;
-    const std::string extension = LowerExtension(options.output);
-    if (extension != ".y4m" && extension != ".yuv") {
-        throw UsageError("cannot tell the format of '" + options.output + "': end it in .y4m or .yuv, or give --raw");
-    }
 }
 
-std::unique_ptr<VideoWriter> MakeWriter(const DecodeOptions& options) {
-    if (options.output.empty()) return nullptr;
-    if (IsRaw(options)) return std::make_unique<RawWriter>(options.output);
-    return std::make_unique<Y4mWriter>(options.output);
+// The one to report for several inputs.
+int Worse(int a, int b) {
+    return std::max(a, b);
 }
 
-SessionOptions MakeSessionOptions(const DecodeOptions& options) {
-    SessionOptions session;
-    session.deblock_threshold = options.deblock_threshold;
-    session.look_ahead = kLookAhead;
-    return session;
+int RunJob(const DecodeOptions& options, const Job& job, Progress& progress) {
+    return DecodeRun(options, job.input, job.output, job.format, progress).Run();
 }
 
-// One run over a stream: what comes out of the session goes to everybody who asked for it.
-class DecodeRun {
-  public:
-    explicit DecodeRun(const DecodeOptions& options)
-        : options_(options),
-          source_(options.input),
-          session_(MakeSessionOptions(options)),
-          writer_(MakeWriter(options)),
-          progress_(options.quiet ? std::nullopt : source_.file().size()) {
-        if (!options.frame_md5.empty()) frame_md5_ = std::make_unique<OutputFile>(options.frame_md5);
+// A file that does not work does not keep the others waiting.
+int RunOneOfMany(const DecodeOptions& options, const Job& job, Progress& progress) {
+    try {
+        return RunJob(options, job, progress);
+    } catch (const std::bad_alloc&) {
+        progress.Say("mp4vdec: " + job.input + ": not enough memory\n");
+    } catch (const std::exception& error) {
+        progress.Say(std::string("mp4vdec: ") + error.what() + "\n");
     }
-
-    int Run();
-
-  private:
-    void Take(const Session::Results& results);
-    void Deliver(const Picture& picture);
-    void Finish();
-    void PrintReport();
-    std::string InputName() const { return options_.input == "-" ? "standard input" : options_.input; }
-
-    const DecodeOptions& options_;
-    StreamSource source_;
-    Session session_;
-    std::unique_ptr<VideoWriter> writer_;
-    std::unique_ptr<OutputFile> frame_md5_;
-    Md5 md5_;
-    ContactSheet sheet_;
-    Progress progress_;
-    Report report_;
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-};
-
-int DecodeRun::Run() {
-    for (std::span<const uint8_t> bytes; !(bytes = source_.Read()).empty();) {
-        Take(session_.Feed(bytes));
-        progress_.Update(source_.position());
-    }
-    // What has arrived of the next picture when interrupted is not the whole of it.
-    if (!Interrupted()) Take(session_.Finish());
-    report_.SetProblem(source_.problem());
-    progress_.Finish();
-    Finish();
-    if (!options_.quiet) PrintReport();
-    if (Interrupted()) return kExitInterrupted;
-    return report_.good() ? kExitGood : kExitDamage;
+    return kExitFiles;
 }
 
-void DecodeRun::Take(const Session::Results& results) {
-    for (const Result& result : results) {
-        if (result.picture) Deliver(*result.picture);
-        report_.Add(result);
-        if (Interrupted()) return;
-    }
+int RunAll(const DecodeOptions& options, const std::vector<Job>& jobs, Progress& progress) {
+    std::atomic<size_t> next = 0;
+    std::atomic<int> status = kExitGood;
+    const auto work = [&] {
+        for (size_t i = 0; !Interrupted() && (i = next++) < jobs.size();) {
+            const int result = RunOneOfMany(options, jobs[i], progress);
+            int before = status;
+            while (!status.compare_exchange_weak(before, Worse(before, result))) {
+            }
+        }
+    };
+    std::vector<std::jthread> workers;
+    for (size_t i = 1; i < std::min<size_t>(options.jobs, jobs.size()); i++) workers.emplace_back(work);
+    work();
+    workers.clear();
+    return Interrupted() ? kExitInterrupted : status.load();
 }
 
-void DecodeRun::Deliver(const Picture& picture) {
-    if (writer_) {
-        if (!writer_->Write(picture, [&] { return session_.Format(); })) report_.CountLeftOut();
-    }
-    if (options_.md5) md5_.Add(picture);
-    if (frame_md5_) {
-        Md5 digest;
-        digest.Add(picture);
-        frame_md5_->Write(std::to_string(report_.pictures()) + " " + digest.Hex() + "\n");
-    }
-    if (!options_.contact_sheet.empty()) sheet_.Add(picture);
-}
-
-void DecodeRun::Finish() {
-    if (writer_) writer_->Close();
-    if (frame_md5_) frame_md5_->Close();
-    if (options_.md5) {
-        OutputFile out("-");
-        out.Write(md5_.Hex() + "\n");
-        out.Close();
-    }
-    if (!sheet_.empty()) WritePng(sheet_.Render(), options_.contact_sheet);
-}
-
-void DecodeRun::PrintReport() {
-    std::cerr << report_.Text(InputName(), std::chrono::steady_clock::now() - start_);
-    if (writer_ && writer_->files() > 1) {
-        std::cerr << "The picture size changes: the pictures are in " << writer_->files() << " files, "
-                  << options_.output << " to " << NumberedName(options_.output, writer_->files()) << ".\n";
-    }
-    if (report_.left_out() > 0) {
-        std::cerr << "The picture size changes, which one Y4M stream cannot show; write to a file or use --raw.\n";
-    }
-    if (Interrupted()) std::cerr << "Interrupted; what is written is complete up to here.\n";
+uint32_t ParseNumber(std::string_view text) {
+    uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc{} && end == text.data() + text.size() ? value : 0;
 }
 
 }  // namespace
 
-int Decode(const DecodeOptions& options) {
-    Check(options);
+std::optional<Ratio> ParseRate(const std::string& text) {
+    const size_t middle = text.find_first_of("/:");
+    const std::string_view view = text;
+    const uint32_t numerator = ParseNumber(view.substr(0, middle));
+    const uint32_t denominator = middle == std::string::npos ? 1 : ParseNumber(view.substr(middle + 1));
+    if (numerator == 0 || denominator == 0) return std::nullopt;
+    return Ratio{numerator, denominator};
+}
+
+int Decode(DecodeOptions options) {
+    CheckStandardOutput(options);
+    CheckCombination(options);
+    const std::vector<Job> jobs = MakeJobs(options);
+    CheckInputsAreKept(options, jobs);
+    if (!options.output.empty() && IsFolder(options.output)) {
+        std::error_code error;
+        fs::create_directories(options.output, error);
+    }
+    std::transform(options.verify.begin(), options.verify.end(), options.verify.begin(),
+                   [](char c) { return c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c; });
     InstallSignalHandlers();
-    return DecodeRun(options).Run();
+    Progress progress(!options.quiet && !options.json);
+    if (jobs.size() == 1) return RunJob(options, jobs[0], progress);
+    return RunAll(options, jobs, progress);
 }
 
 }  // namespace mp4v

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <mutex>
 
 namespace mp4v {
 namespace {
@@ -136,6 +137,14 @@ void OutputFile::Close() {
     }
     fd_ = -1;
     if (empty_file) unlink(path_.c_str());
+}
+
+void WriteToStandardOutput(std::string_view text) {
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
+    OutputFile out("-");
+    out.Write(text);
+    out.Close();
 }
 
 }  // namespace mp4v

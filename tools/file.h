@@ -86,6 +86,9 @@ class OutputFile {
     bool wrote_ = false;
 };
 
+/** All at once, whatever other threads write there. Throws FileError. */
+void WriteToStandardOutput(std::string_view text);
+
 }  // namespace mp4v
 
 #endif  // MP4VDEC_TOOLS_FILE_H_

@@ -1,8 +1,10 @@
 /* SPDX-License-Identifier: BSD-2-Clause
  * Copyright (c) 2026, the mp4vdec authors */
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
 #include <iostream>
+#include <map>
 #include <new>
 #include <string>
 
@@ -16,38 +18,122 @@
 
 namespace {
 
-constexpr const char* kExamples = R"(
+constexpr size_t kHelpColumn = 28;
+constexpr unsigned kMostJobs = 64;
+
+constexpr const char* kFooter = R"(
 Examples:
   mp4vdec decode camera.m4v -o camera.y4m
-  mp4vdec decode camera.m4v -o - | player -
-  mp4vdec decode camera.m4v --framemd5 - -q
-  mp4vdec decode camera.m4v --contact-sheet camera.png
+  mp4vdec decode camera.avi -o - | player -
+  mp4vdec decode *.mp4 -j 4 -o pictures/ --format png
 
-Pictures and chunks are counted from 0. Not-coded pictures repeat the one before and count as pictures.
-A refused or damaged chunk is reported and decoding goes on with the next one.
+Exit status: 0 good; 1 damage, refusals or a wrong MD5; 2 usage; 3 files;
+130 interrupted. The manual page, mp4vdec(1), says more.)";
 
-When the picture size changes, a Y4M file ends: pictures of the next size go to OUT.2.y4m and so on; on standard
-output, pipes and devices they are left out. Raw files simply go on.
+const std::map<std::string, mp4v::OutputFormat>& Formats() {
+    static const std::map<std::string, mp4v::OutputFormat> formats = {{"y4m", mp4v::OutputFormat::kY4m},
+                                                                      {"i420", mp4v::OutputFormat::kI420},
+                                                                      {"nv12", mp4v::OutputFormat::kNv12},
+                                                                      {"png", mp4v::OutputFormat::kPng}};
+    return formats;
+}
 
-Exit status: 0 good; 1 damage, refusals, pictures left out or nothing decoded; 2 usage; 3 files; 130 interrupted.)";
+const std::map<std::string, mp4v::OnError>& Policies() {
+    static const std::map<std::string, mp4v::OnError> policies = {
+        {"skip", mp4v::OnError::kSkip}, {"stop", mp4v::OnError::kStop}, {"repeat", mp4v::OnError::kRepeat}};
+    return policies;
+}
+
+template <typename T>
+std::string OneOf(const std::map<std::string, T>& choices, const std::string& text, T& choice) {
+    const auto found = choices.find(text);
+    if (found == choices.end()) return "'" + text + "' is unknown";
+    choice = found->second;
+    return "";
+}
+
+std::string CheckMd5(const std::string& text) {
+    const bool good =
+        text.size() == 32 && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isxdigit(c); });
+    return good ? "" : "an MD5 has 32 hexadecimal digits";
+}
+
+void AddOutput(CLI::App& decode, mp4v::DecodeOptions& options) {
+    const char* const group = "Output";
+    decode.add_option("-o,--output", options.output, "NAME.y4m .yuv .nv12 %05d.png, FOLDER/ or -")
+        ->type_name("FILE")
+        ->group(group);
+    decode
+        .add_option_function<std::string>(
+            "--format", [](const std::string&) {}, "y4m, i420, nv12 or png, whatever the name")
+        ->check([&](const std::string& text) { return OneOf(Formats(), text, options.format); })
+        ->type_name("FORMAT")
+        ->group(group);
+    decode
+        .add_flag_callback(
+            "--raw", [&] { options.format = mp4v::OutputFormat::kI420; }, "The same as --format i420")
+        ->group(group);
+    decode.add_flag("--md5", options.md5, "Print the MD5 of all samples")->group(group);
+    decode.add_option("--framemd5", options.frame_md5, "A line per picture: number, MD5")
+        ->type_name("FILE")
+        ->group(group);
+    decode.add_option("--verify", options.verify, "Compare the MD5 of all samples")
+        ->check(CheckMd5)
+        ->type_name("MD5")
+        ->group(group);
+    decode.add_option("--contact-sheet", options.contact_sheet, "Up to 16 pictures with their times")
+        ->type_name("PNG")
+        ->group(group);
+    decode.add_flag("--benchmark", options.benchmark, "No output; only how fast it was")->group(group);
+}
+
+void AddControl(CLI::App& decode, mp4v::DecodeOptions& options) {
+    const char* const group = "Control";
+    decode.add_option("--skip", options.skip, "Leave out the first N pictures")->type_name("N")->group(group);
+    decode.add_option("--limit", options.limit, "Stop after N pictures")
+        ->check(CLI::PositiveNumber)
+        ->option_text("N")
+        ->group(group);
+    decode
+        .add_option_function<std::string>(
+            "--fps", [](const std::string&) {}, "Rate for Y4M: 25 or 30000/1001")
+        ->check([&](const std::string& text) {
+            options.rate = mp4v::ParseRate(text);
+            return std::string(options.rate ? "" : "a rate is a number or two, such as 30000/1001");
+        })
+        ->type_name("RATE")
+        ->group(group);
+    decode.add_option("--deblock-threshold", options.deblock_threshold, "Smooth above quantiser 10 or 30")
+        ->check(CLI::IsMember({10, 30}))
+        ->option_text("N")
+        ->group(group);
+    decode.add_flag("--intra-only", options.intra_only, "Only intra pictures")->group(group);
+    decode.add_flag("--deinterlace", options.deinterlace, "Deinterlace SD pictures")->group(group);
+    decode.add_flag("--fields-stacked", options.fields_stacked, "Weave fields stored one above the other")
+        ->group(group);
+    decode
+        .add_option_function<std::string>(
+            "--on-error", [](const std::string&) {}, "skip, stop or repeat the last picture")
+        ->check([&](const std::string& text) { return OneOf(Policies(), text, options.on_error); })
+        ->type_name("POLICY")
+        ->group(group);
+    decode.add_option("-j,--jobs", options.jobs, "Decode N inputs at once")
+        ->check(CLI::Range(1u, kMostJobs))
+        ->option_text("N")
+        ->group(group);
+}
 
 void AddDecode(CLI::App& app, mp4v::DecodeOptions& options) {
-    CLI::App* const decode = app.add_subcommand("decode", "Decode an elementary stream (.m4v)");
-    decode->add_option("INPUT,-i,--input", options.input, "Stream to decode; - is standard input")->required();
-    decode->add_option("-o,--output", options.output,
-                       "Pictures: .y4m or .yuv (raw planar 4:2:0); - is standard output, Y4M unless --raw");
-    decode->add_flag("--raw", options.raw, "Write raw planar 4:2:0 whatever the name");
-    decode->add_flag("--md5", options.md5, "Print the MD5 of all samples, as in a raw file");
-    decode->add_option("--framemd5", options.frame_md5,
-                       "Write a line per picture: number and MD5; - is standard output");
-    decode->add_option("--contact-sheet", options.contact_sheet, "Write up to 16 pictures, evenly spaced, as one PNG");
-    decode
-        ->add_option("--deblock-threshold", options.deblock_threshold,
-                     "Smooth block edges where the quantiser is above 10 or 30")
-        ->check(CLI::IsMember({10, 30}))
-        ->capture_default_str();
-    decode->add_flag("-q,--quiet", options.quiet, "Say nothing but errors");
-    decode->footer(kExamples);
+    CLI::App& decode = *app.add_subcommand("decode", "Decode streams and write their pictures");
+    decode.get_formatter()->column_width(kHelpColumn);
+    decode.add_option("INPUT,-i,--input", options.inputs, "Streams or containers; - is standard input")
+        ->required()
+        ->option_text("FILE...");
+    AddOutput(decode, options);
+    AddControl(decode, options);
+    decode.add_flag("-q,--quiet", options.quiet, "Say nothing but errors")->group("Messages");
+    decode.add_flag("--json", options.json, "Print the report as JSON")->group("Messages");
+    decode.footer(kFooter);
 }
 
 std::string Version() {
@@ -61,7 +147,7 @@ int Run(int argc, char** argv) {
     mp4v::DecodeOptions options;
     app.set_version_flag("--version", Version());
     app.require_subcommand(1);
-    app.footer(kExamples);
+    app.footer(kFooter);
     AddDecode(app, options);
     try {
         app.parse(argc, argv);

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,10 +22,16 @@ class Report {
 
     void Add(const Result& result);
     void CountLeftOut() { left_out_++; }
+    void CountRepeated() { repeated_++; }
+    void SetStopped() { stopped_ = true; }
+    void SetMd5(std::string md5) { md5_ = std::move(md5); }
+    /** Whether the pictures' MD5 was the one that was asked for. */
+    void SetVerified(bool same) { verified_ = same; }
     /** What ended the stream too early; empty: nothing did. */
     void SetProblem(std::string problem) { problem_ = std::move(problem); }
 
     uint64_t pictures() const { return intra_ + predicted_ + not_coded_; }
+    uint64_t refused() const { return refused_; }
     uint64_t left_out() const { return left_out_; }
 
     /** True when all there was has been decoded and written, and that was something. */
@@ -32,17 +39,22 @@ class Report {
 
     /** The lines for standard error. */
     std::string Text(const std::string& name, std::chrono::duration<double> elapsed) const;
+    /** One line. */
+    std::string Json(const std::string& name, std::chrono::duration<double> elapsed) const;
 
   private:
     struct Refusal {
-        uint64_t chunk;  // number
+        uint64_t picture;  // number of the next one
+        uint64_t chunk;
         uint64_t offset;
-        std::string text;
+        Error error;
     };
 
     void Refuse(const Result& result);
     void AddSize(const Picture& picture);
     std::string Sizes() const;
+    std::string Summary(const std::string& name, std::chrono::duration<double> elapsed) const;
+    double Rate(std::chrono::duration<double> elapsed) const;
 
     uint64_t chunks_ = 0;
     uint64_t intra_ = 0;
@@ -50,6 +62,10 @@ class Report {
     uint64_t not_coded_ = 0;
     uint64_t left_out_ = 0;
     uint64_t refused_ = 0;
+    uint64_t repeated_ = 0;
+    bool stopped_ = false;
+    std::optional<bool> verified_;
+    std::string md5_;
     std::string problem_;
     std::vector<Refusal> refusals_;
     std::vector<std::string> sizes_;

@@ -2,10 +2,29 @@
  * Copyright (c) 2026, the mp4vdec authors */
 #include "tools/video_writer.h"
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
+#include <regex>
+
+#include "tools/image.h"
 
 namespace mp4v {
 namespace {
+
+void WriteInterleaved(OutputFile& file, const Picture& picture) {
+    const PlaneView& luma = picture.planes[0];
+    for (uint32_t y = 0; y < luma.height; y++) file.Write(std::span(luma.samples + y * luma.pitch, luma.width));
+    std::vector<uint8_t> row(size_t{2} * picture.planes[1].width);
+    for (uint32_t y = 0; y < picture.planes[1].height; y++) {
+        for (size_t i = 0; i < row.size(); i++) {
+            const PlaneView& plane = picture.planes[1 + i % 2];
+            row[i] = plane.samples[y * plane.pitch + i / 2];
+        }
+        file.Write(row);
+    }
+    file.Flush();
+}
 
 void WriteSamples(OutputFile& file, const Picture& picture) {
     for (const PlaneView& plane : picture.planes) {
@@ -28,9 +47,52 @@ std::string Header(const Picture& picture, const VideoFormat& format) {
 
 }  // namespace
 
+OutputFormat FormatByName(const std::string& path) {
+    std::string extension = std::filesystem::path(path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (extension == ".y4m") return OutputFormat::kY4m;
+    if (extension == ".yuv" || extension == ".i420") return OutputFormat::kI420;
+    if (extension == ".nv12") return OutputFormat::kNv12;
+    if (extension == ".png") return OutputFormat::kPng;
+    return OutputFormat::kByName;
+}
+
+std::unique_ptr<VideoWriter> MakeWriter(const std::string& path, OutputFormat format) {
+    switch (format) {
+        case OutputFormat::kI420:
+        case OutputFormat::kNv12:
+            return std::make_unique<RawWriter>(path, format);
+        case OutputFormat::kPng:
+            return std::make_unique<PngWriter>(path);
+        default:
+            return std::make_unique<Y4mWriter>(path);
+    }
+}
+
 bool RawWriter::Write(const Picture& picture, const FormatSource&) {
-    WriteSamples(file_, picture);
+    interleaved_ ? WriteInterleaved(file_, picture) : WriteSamples(file_, picture);
     return true;
+}
+
+bool PngWriter::Write(const Picture& picture, const FormatSource&) {
+    WritePng(ToImage(picture), Name(pattern_, ++files_));
+    return true;
+}
+
+bool PngWriter::HasNumber(const std::string& pattern) {
+    static const std::regex shape("[^%]*%(0[1-9])?d[^%]*");
+    return std::regex_match(pattern, shape);
+}
+
+std::string PngWriter::Name(const std::string& pattern, unsigned number) {
+    const size_t begin = pattern.find('%');
+    if (!HasNumber(pattern)) return pattern;
+    const size_t end = pattern.find('d', begin);
+    const size_t digits = end > begin + 1 ? static_cast<size_t>(pattern[end - 1] - '0') : 1;
+    std::string text = std::to_string(number);
+    text.insert(0, digits - std::min(digits, text.size()), '0');
+    return pattern.substr(0, begin) + text + pattern.substr(end + 1);
 }
 
 Y4mWriter::Y4mWriter(const std::string& path) : path_(path), file_(std::make_unique<OutputFile>(path)) {

@@ -12,6 +12,11 @@
 
 namespace mp4v {
 
+enum class OutputFormat { kByName, kY4m, kI420, kNv12, kPng };
+
+/** By the ending of a name; kByName: none that is known. */
+OutputFormat FormatByName(const std::string& path);
+
 /** Asked for when a file begins. */
 using FormatSource = std::function<VideoFormat()>;
 
@@ -28,15 +33,34 @@ class VideoWriter {
     virtual unsigned files() const { return 1; }
 };
 
-/** Planar samples and nothing else; pictures of another size simply follow. */
+/** Samples and nothing else; pictures of another size simply follow. */
 class RawWriter : public VideoWriter {
   public:
-    explicit RawWriter(const std::string& path) : file_(path) {}
+    /** `format` is I420 or NV12. */
+    RawWriter(const std::string& path, OutputFormat format)
+        : file_(path), interleaved_(format == OutputFormat::kNv12) {}
     bool Write(const Picture& picture, const FormatSource& format) override;
     void Close() override { file_.Close(); }
 
   private:
     OutputFile file_;
+    bool interleaved_;
+};
+
+/** A PNG file per picture, numbered from 1 where the name has a place for it: "%05d". */
+class PngWriter : public VideoWriter {
+  public:
+    explicit PngWriter(const std::string& pattern) : pattern_(pattern) {}
+    bool Write(const Picture& picture, const FormatSource& format) override;
+    void Close() override {}
+
+    /** True when the name has one place for a number, and no other "%". */
+    static bool HasNumber(const std::string& pattern);
+    static std::string Name(const std::string& pattern, unsigned number);
+
+  private:
+    std::string pattern_;
+    unsigned files_ = 0;
 };
 
 /**
@@ -63,6 +87,8 @@ class Y4mWriter : public VideoWriter {
     uint32_t width_ = 0;  // of the current file; 0: no header has been written
     uint32_t height_ = 0;
 };
+
+std::unique_ptr<VideoWriter> MakeWriter(const std::string& path, OutputFormat format);
 
 /** Name of the `number`-th file of a stream that changes its size: "a/b.y4m", 2 gives "a/b.2.y4m". */
 std::string NumberedName(const std::string& path, unsigned number);
