@@ -99,6 +99,26 @@ DecodeResult ChunkDecoder::Decode(std::span<const uint8_t> chunk, uint64_t offse
     return result;
 }
 
+uint32_t ChunkDecoder::Judge(std::span<const uint8_t> chunk) {
+    const ChunkHeaders headers = ScanHeaders(chunk);
+    const uint32_t opened = EnsureOpen(SizeFor(headers));
+    if (opened != MP4VDEC_OK) return opened;
+    Load(chunk);
+    RoundVolSizes(chunk_, headers);
+    Remember(headers);
+    const Mp4vDecInArgs in = InArgs(chunk_, 0, 0);
+    uint32_t width = 0;
+    uint32_t height = 0;
+    // A height stands for success; statuses are far above any.
+    const uint32_t status = Mp4vPreDecBs(decoder_, &in, &width, &height);
+    if (status > MP4VDEC_MAX_HEIGHT) return status;
+    if (!headers.vop_position) return ERR_VID_MPEG4DEC_BITSTREAM;
+    if (!has_layer_) return ERR_VID_MPEG4DEC_VOL_NOT_FOUND;
+    const std::optional<VopHeader> vop = ReadVopHeader(chunk, *headers.vop_position, layer_);
+    if (!vop) return ERR_VID_MPEG4DEC_TIMEBASE;
+    return vop->coding_type > 1 ? ERR_VID_MPEG4DEC_UNSUPPORT_BFRAME : MP4VDEC_OK;
+}
+
 // The size that the decoder must be open for.
 ChunkDecoder::Size ChunkDecoder::SizeFor(const ChunkHeaders& headers) const {
     Size size{open_width_, open_height_};

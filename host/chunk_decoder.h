@@ -46,6 +46,9 @@ class ChunkDecoder {
     /** Decodes one chunk. `offset` and `time_stamp` are handed through. */
     DecodeResult Decode(std::span<const uint8_t> chunk, uint64_t offset = 0, uint64_t time_stamp = 0);
 
+    /** Has the decoder judge the headers of a chunk: the status with which it refuses one. */
+    uint32_t Judge(std::span<const uint8_t> chunk);
+
     void set_control_flags(uint32_t flags) { options_.control_flags = flags; }
 
     /** The last layer header with a size, accepted or not; null before the first. */

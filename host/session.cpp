@@ -49,6 +49,7 @@ std::string Error::name() const {
 struct Session::State {
     explicit State(const SessionOptions& options)
         : look_ahead(options.look_ahead),
+          headers_only(options.headers_only),
           extensions(Records(options)),
           decoder({.control_flags = ControlFlags(options), .ext_param = extensions.param()}) {}
 
@@ -57,6 +58,7 @@ struct Session::State {
     void Decode();
 
     const size_t look_ahead;
+    const bool headers_only;
     ExtensionList extensions;
     ChunkDecoder decoder;
     Splitter splitter;
@@ -89,8 +91,15 @@ void Session::State::Decode() {
     result.offset = chunk.offset;
     result.size = chunk.data.size();
     result.coded = chunk.has_picture;
+    result.bytes = chunk.data;
     if (!extensions.problem().empty()) {
         result.error.text = extensions.problem();
+        return;
+    }
+    if (headers_only) {
+        const uint32_t status = decoder.Judge(chunk.data);
+        if (status != MP4VDEC_OK) result.error = {status, ExplainStatus(status)};
+        if (decoder.layer()) result.seconds = clock.SecondsOf(chunk, *decoder.layer());
         return;
     }
     const DecodeResult decoded = decoder.Decode(chunk.data, chunk.offset);

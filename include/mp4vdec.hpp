@@ -39,6 +39,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace mp4v {
@@ -80,6 +81,7 @@ struct Result {
     uint64_t offset = 0;  // of its first byte among all that were fed
     size_t size = 0;      // in bytes
     bool coded = false;   // there is a picture in it, decoded or not
+    std::span<const uint8_t> bytes;  // of the chunk, valid until the iterator moves on
     Error error;
     std::optional<Picture> picture;  // its samples are valid until the iterator moves on
     std::optional<double> seconds;   // of a picture, by the stream's own clock
@@ -102,6 +104,7 @@ struct SessionOptions {
     bool intra_only = false;          // predicted pictures are decoded, but not delivered
     bool deinterlace = false;         // pictures of 352, 704 or 720 x 480 or 576
     bool fields_stacked = false;      // each picture is coded as one field above the other; they are woven together
+    bool headers_only = false;        // no picture is decoded; errors are those that the headers tell of
     size_t look_ahead = 0;            // chunks that are kept back so that Session::Format() knows the picture rate
 };
 
@@ -162,6 +165,33 @@ class Session::Results {
     explicit Results(State* state) : state_(state) {}
 
     State* state_;
+};
+
+/** A field of a header, by its name in ISO/IEC 14496-2, clause 6.2. */
+struct Field {
+    const char* name;
+    uint32_t value;
+};
+
+enum class HeaderKind { kSequence, kVisualObject, kVideoObject, kLayer, kGroup, kUserData, kPicture, kShortHeader };
+
+struct Header {
+    HeaderKind kind = HeaderKind::kPicture;
+    size_t position = 0;  // of the start code in the chunk
+    bool whole = true;    // false: the fields end early, at the chunk's end or at what is not read
+    std::vector<Field> fields;
+
+    std::optional<uint32_t> Find(std::string_view name) const;
+};
+
+/** Reads the headers of a stream's chunks, one chunk after the other. */
+class HeaderReader {
+  public:
+    /** Up to the header of the chunk's picture. */
+    std::vector<Header> Read(std::span<const uint8_t> chunk);
+
+  private:
+    Header layer_;  // the latest; tells what picture headers hold
 };
 
 }  // namespace mp4v

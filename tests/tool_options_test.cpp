@@ -342,6 +342,23 @@ TEST_F(ToolOptions, ExplainThemselvesOnAScreen) {
     EXPECT_LE(lines, 50);
 }
 
+TEST_F(ToolOptions, CompleteInBash) {
+    const std::string script = std::string(MP4VDEC_TEST_DATA_DIR) + "/../packaging/completion.bash";
+    const auto complete = [&](const std::string& words) {
+        return Shell(
+                   "bash -c '. \"$0\"; COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); "
+                   "_mp4vdec \"$1\" \"${*: -1}\" \"${*: -2:1}\"; echo ${COMPREPLY[*]}' '" +
+                   script + "' \"$P\" " + words)
+            .out;
+    };
+    WriteFile("camera.m4v", {});
+    EXPECT_EQ("decode\n", complete("de"));
+    EXPECT_EQ("--format --framemd5 --fps --fields-stacked\n", complete("decode --f"));
+    EXPECT_EQ("--json\n", complete("info --j"));
+    EXPECT_EQ("skip stop\n", complete("decode --on-error s"));
+    EXPECT_EQ("camera.m4v\n", complete("decode cam"));
+}
+
 // What the command writes to a terminal of 80 columns.
 std::string OnATerminal(const std::function<void(const std::string& terminal)>& run) {
     const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);

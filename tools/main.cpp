@@ -11,6 +11,7 @@
 #include "tools/decode_command.h"
 #include "tools/demuxer.h"
 #include "tools/exit_code.h"
+#include "tools/info_command.h"
 
 #ifndef MP4VDEC_VERSION
 #define MP4VDEC_VERSION "1.0.0"
@@ -136,6 +137,16 @@ void AddDecode(CLI::App& app, mp4v::DecodeOptions& options) {
     decode.footer(kFooter);
 }
 
+void AddInfo(CLI::App& app, mp4v::InfoOptions& options) {
+    CLI::App& info = *app.add_subcommand("info", "Tell what a stream is, without decoding it");
+    info.get_formatter()->column_width(kHelpColumn);
+    info.add_option("INPUT,-i,--input", options.input, "Stream or container; - is standard input")
+        ->required()
+        ->option_text("FILE");
+    info.add_flag("--json", options.json, "Print it as JSON");
+    info.footer("\nExit status: 0 the headers tell of nothing unsupported; 1 they do; 2 usage; 3 files.");
+}
+
 std::string Version() {
     const char* const demuxer = mp4v::DemuxerVersion();
     return std::string("mp4vdec " MP4VDEC_VERSION "\nInput: elementary streams") +
@@ -149,12 +160,14 @@ int Run(int argc, char** argv) {
     app.require_subcommand(1);
     app.footer(kFooter);
     AddDecode(app, options);
+    mp4v::InfoOptions info_options;
+    AddInfo(app, info_options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? mp4v::kExitGood : mp4v::kExitUsage;
     }
-    return mp4v::Decode(options);
+    return app.got_subcommand("info") ? mp4v::Info(info_options) : mp4v::Decode(options);
 }
 
 }  // namespace

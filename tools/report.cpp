@@ -21,7 +21,7 @@ std::string Count(uint64_t count, const char* what) {
 // What to do, where that can be said.
 const char* Advice(uint32_t status) {
     if (status >= ERR_VID_MPEG4DEC_UNSUPPORT_VOTYPEID && status <= ERR_VID_MPEG4DEC_UNSUPPORT_VOPTYPE) {
-        return "what is refused needs a decoder for more than this one's part of the standard";
+        return "what is refused needs another decoder; mp4vdec info tells what the stream uses";
     }
     switch (status) {
         case ERR_VID_MPEG4DEC_VOL_NOT_FOUND:

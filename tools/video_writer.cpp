@@ -40,7 +40,7 @@ std::string Text(Ratio ratio) {
 }
 
 // Chroma samples lie between rows and on columns of luma (ISO/IEC 14496-2 figure 6-1): that is "mpeg2", not "jpeg".
-std::string Header(const Picture& picture, const VideoFormat& format) {
+std::string Y4mHeader(const Picture& picture, const VideoFormat& format) {
     return "YUV4MPEG2 W" + std::to_string(picture.width) + " H" + std::to_string(picture.height) + " F" +
            Text(format.rate) + " I" + format.interlacing + " A" + Text(format.aspect) + " C420mpeg2\n";
 }
@@ -116,7 +116,7 @@ bool Y4mWriter::StartFile(const Picture& picture, const FormatSource& format) {
     }
     width_ = picture.width;
     height_ = picture.height;
-    file_->Write(Header(picture, format()));
+    file_->Write(Y4mHeader(picture, format()));
     return true;
 }
 
