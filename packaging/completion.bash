@@ -6,7 +6,7 @@ _mp4vdec() {
     local word=$2 previous=$3 words=
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
-        words="decode info --help --version"
+        words="decode info compare --help --version"
     else
         case $previous in
             --format) words="y4m i420 nv12 png" ;;

@@ -27,12 +27,6 @@ struct Job {
     OutputFormat format = OutputFormat::kY4m;
 };
 
-bool SameFile(const std::string& a, const std::string& b) {
-    if (a == "-" || b == "-") return false;
-    std::error_code error;
-    return fs::equivalent(a, b, error) && !error && fs::is_regular_file(a, error);
-}
-
 // Devices and pipes have names without an ending; they get Y4M, as standard output does.
 bool IsDevice(const std::string& path) {
     std::error_code error;
@@ -127,7 +121,7 @@ void CheckInputsAreKept(const DecodeOptions& options, const std::vector<Job>& jo
     for (const Job& job : jobs) written.push_back(job.output);
     for (const std::string& input : options.inputs) {
         for (const std::string& path : written) {
-            if (!path.empty() && SameFile(input, path)) {
+            if (!path.empty() && IsSameFile(input, path)) {
                 throw UsageError("'" + path + "' is the input; it is not overwritten");
             }
         }

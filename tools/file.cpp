@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 
 namespace mp4v {
@@ -137,6 +138,12 @@ void OutputFile::Close() {
     }
     fd_ = -1;
     if (empty_file) unlink(path_.c_str());
+}
+
+bool IsSameFile(const std::string& a, const std::string& b) {
+    if (a == "-" || b == "-") return false;
+    std::error_code error;
+    return std::filesystem::equivalent(a, b, error) && !error && std::filesystem::is_regular_file(a, error);
 }
 
 void WriteToStandardOutput(std::string_view text) {

@@ -86,6 +86,9 @@ class OutputFile {
     bool wrote_ = false;
 };
 
+/** True when both names are of one regular file. */
+bool IsSameFile(const std::string& a, const std::string& b);
+
 /** All at once, whatever other threads write there. Throws FileError. */
 void WriteToStandardOutput(std::string_view text);
 

@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 
+#include "tools/compare_command.h"
 #include "tools/decode_command.h"
 #include "tools/demuxer.h"
 #include "tools/exit_code.h"
@@ -147,6 +148,16 @@ void AddInfo(CLI::App& app, mp4v::InfoOptions& options) {
     info.footer("\nExit status: 0 the headers tell of nothing unsupported; 1 they do; 2 usage; 3 files.");
 }
 
+void AddCompare(CLI::App& app, mp4v::CompareOptions& options) {
+    CLI::App& compare = *app.add_subcommand("compare", "Compare two streams or Y4M files, picture by picture");
+    compare.get_formatter()->column_width(kHelpColumn);
+    compare.add_option("A", options.a, "Stream, container or Y4M file")->required()->option_text("FILE");
+    compare.add_option("B", options.b, "The same; one may be -, standard input")->required()->option_text("FILE");
+    compare.add_option("--difference", options.difference, "The first pictures that differ, and how")->type_name("PNG");
+    compare.add_flag("--json", options.json, "Print it as JSON, with the PSNR of every picture");
+    compare.footer("\nExit status: 0 no sample differs; 1 some do, or damage; 2 usage; 3 files.");
+}
+
 std::string Version() {
     const char* const demuxer = mp4v::DemuxerVersion();
     return std::string("mp4vdec " MP4VDEC_VERSION "\nInput: elementary streams") +
@@ -162,11 +173,14 @@ int Run(int argc, char** argv) {
     AddDecode(app, options);
     mp4v::InfoOptions info_options;
     AddInfo(app, info_options);
+    mp4v::CompareOptions compare_options;
+    AddCompare(app, compare_options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? mp4v::kExitGood : mp4v::kExitUsage;
     }
+    if (app.got_subcommand("compare")) return mp4v::Compare(compare_options);
     return app.got_subcommand("info") ? mp4v::Info(info_options) : mp4v::Decode(options);
 }
 

@@ -26,6 +26,8 @@ class StreamSource {
     uint64_t position() const { return demuxer_ ? demuxer_->position() : bytes_read_; }
     const InputFile& file() const { return file_; }
     Container container() const { return container_; }
+    /** The first bytes; only before Read(). */
+    std::span<const uint8_t> head() const { return first_; }
 
     /** What ended the stream too early, as a sentence without a full stop; else empty. */
     std::string problem() const { return demuxer_ ? demuxer_->problem() : ""; }
