@@ -23,7 +23,7 @@ std::string SizeOf(const Picture& picture) {
 std::string Decibels(std::optional<double> psnr) {
     if (!psnr) return "the same";
     char text[32];
-    std::snprintf(text, sizeof text, "%.2f dB", *psnr);
+    (void)std::snprintf(text, sizeof text, "%.2f dB", *psnr);
     return text;
 }
 

@@ -24,8 +24,8 @@ void PutTime(Image& image, double seconds) {
 std::string TimeCode(double seconds) {
     const auto hundredths = static_cast<unsigned long long>(std::llround(std::max(seconds, 0.0) * 100));
     char text[48];
-    std::snprintf(text, sizeof text, "%llu:%02llu:%02llu.%02llu", hundredths / 360000, hundredths / 6000 % 60,
-                  hundredths / 100 % 60, hundredths % 100);
+    (void)std::snprintf(text, sizeof text, "%llu:%02llu:%02llu.%02llu", hundredths / 360000, hundredths / 6000 % 60,
+                        hundredths / 100 % 60, hundredths % 100);
     return text;
 }
 

@@ -1,5 +1,7 @@
 /* SPDX-License-Identifier: BSD-2-Clause
  * Copyright (c) 2026, the mp4vdec authors */
+#ifdef MP4VDEC_GSTREAMER
+
 #include <gst/gst.h>
 
 #include <algorithm>
@@ -275,3 +277,5 @@ const char* DemuxerVersion() {
 }
 
 }  // namespace mp4v
+
+#endif  // MP4VDEC_GSTREAMER

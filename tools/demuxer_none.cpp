@@ -1,5 +1,7 @@
 /* SPDX-License-Identifier: BSD-2-Clause
  * Copyright (c) 2026, the mp4vdec authors */
+#ifndef MP4VDEC_GSTREAMER
+
 #include "tools/demuxer.h"
 
 namespace mp4v {
@@ -14,3 +16,5 @@ const char* DemuxerVersion() {
 }
 
 }  // namespace mp4v
+
+#endif  // MP4VDEC_GSTREAMER

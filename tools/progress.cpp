@@ -39,9 +39,9 @@ std::string TimeLeft(double seconds) {
     const auto whole = static_cast<unsigned>(std::min(seconds, 359999.0));
     char text[32];
     if (whole >= 3600) {
-        std::snprintf(text, sizeof text, "%u:%02u:%02u left", whole / 3600, whole / 60 % 60, whole % 60);
+        (void)std::snprintf(text, sizeof text, "%u:%02u:%02u left", whole / 3600, whole / 60 % 60, whole % 60);
     } else {
-        std::snprintf(text, sizeof text, "%u:%02u left", whole / 60, whole % 60);
+        (void)std::snprintf(text, sizeof text, "%u:%02u left", whole / 60, whole % 60);
     }
     return text;
 }
@@ -89,11 +89,12 @@ std::string Progress::Text(const Line& line, size_t columns) {
     const double part =
         line.total ? static_cast<double>(std::min(line.done, line.total)) / static_cast<double>(line.total) : 0;
     char rate[64];
-    std::snprintf(rate, sizeof rate, "%6.0f pictures/s", static_cast<double>(line.pictures) / std::max(elapsed, 1e-3));
+    (void)std::snprintf(rate, sizeof rate, "%6.0f pictures/s",
+                        static_cast<double>(line.pictures) / std::max(elapsed, 1e-3));
     std::string text = Shortened(line.name);
     if (line.total) {
         char percent[16];
-        std::snprintf(percent, sizeof percent, " %3.0f %%", part * 100);
+        (void)std::snprintf(percent, sizeof percent, " %3.0f %%", part * 100);
         text += " " + Bar(part) + percent + rate;
         if (part > 0) text += "  " + TimeLeft(elapsed / part - elapsed);
     } else {

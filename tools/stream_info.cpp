@@ -79,7 +79,7 @@ std::string Join(const std::set<std::string>& words) {
 
 std::string Format(const char* format, double value) {
     char text[48];
-    std::snprintf(text, sizeof text, format, value);
+    (void)std::snprintf(text, sizeof text, format, value);
     return text;
 }
 
