@@ -81,6 +81,24 @@ TEST_F(Containers, ReportDamageWithItsPosition) {
     }
 }
 
+TEST_F(Containers, TellWhenTheyAreCutOff) {
+    if (!AreRead()) GTEST_SKIP() << "built without GStreamer";
+    const struct {
+        const char* file;
+        size_t whole;
+        const char* name;
+    } kFiles[] = {{"tiny.avi", 13326, "AVI file"}, {"tiny.mkv", 11920, "Matroska file"}};
+    for (const auto& file : kFiles) {
+        Copy(file.file, 4000);
+        const Result result = Run("decode in");
+        EXPECT_EQ(kDamage, result.status);
+        EXPECT_TRUE(Contains(result.err, std::string("in: this ") + file.name + " is cut off; " +
+                                             std::to_string(file.whole - 4000) + " bytes are missing"))
+            << result.err;
+        EXPECT_TRUE(Contains(result.err, "(1 intra, ")) << result.err;
+    }
+}
+
 TEST_F(Containers, AreNamedWhereTheyCannotBeRead) {
     if (AreRead()) GTEST_SKIP() << "built with GStreamer";
     for (const char* const name : {"tiny.avi", "tiny.mp4", "tiny.mov", "tiny.mkv"}) {

@@ -20,6 +20,9 @@ Container ContainerOf(std::span<const uint8_t> head);
 /** "AVI file" and the like. */
 const char* NameOf(Container container);
 
+/** How many bytes a file that is cut off lacks, by the sizes that it tells itself; 0: none, or unknown. */
+uint64_t MissingBytes(Container container, InputFile& file);
+
 /** Takes the elementary stream of the first MPEG-4 Part 2 track out of a container. */
 class Demuxer {
   public:

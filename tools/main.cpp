@@ -49,9 +49,17 @@ const std::map<std::string, mp4v::OnError>& Policies() {
 template <typename T>
 std::string OneOf(const std::map<std::string, T>& choices, const std::string& text, T& choice) {
     const auto found = choices.find(text);
-    if (found == choices.end()) return "'" + text + "' is unknown";
-    choice = found->second;
-    return "";
+    if (found != choices.end()) {
+        choice = found->second;
+        return "";
+    }
+    std::string names;
+    for (const auto& [name, value] : choices) names += (names.empty() ? "" : ", ") + name;
+    return "'" + text + "' is none of " + names;
+}
+
+std::string CheckLimit(const std::string& text) {
+    return text.find_first_not_of('0') == std::string::npos ? "at least 1 picture is needed" : "";
 }
 
 std::string CheckMd5(const std::string& text) {
@@ -93,7 +101,7 @@ void AddControl(CLI::App& decode, mp4v::DecodeOptions& options) {
     const char* const group = "Control";
     decode.add_option("--skip", options.skip, "Leave out the first N pictures")->type_name("N")->group(group);
     decode.add_option("--limit", options.limit, "Stop after N pictures")
-        ->check(CLI::PositiveNumber)
+        ->check(CheckLimit)
         ->option_text("N")
         ->group(group);
     decode

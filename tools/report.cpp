@@ -19,7 +19,7 @@ std::string Count(uint64_t count, const char* what) {
 }
 
 // What to do, where that can be said.
-const char* Advice(uint32_t status) {
+const char* Advice(uint32_t status, bool has_pictures) {
     if (status >= ERR_VID_MPEG4DEC_UNSUPPORT_VOTYPEID && status <= ERR_VID_MPEG4DEC_UNSUPPORT_VOPTYPE) {
         return "what is refused needs another decoder; mp4vdec info tells what the stream uses";
     }
@@ -28,6 +28,7 @@ const char* Advice(uint32_t status) {
             return "pictures before the first layer header cannot be decoded; let the stream begin with its headers";
         case ERR_VID_MPEG4DEC_BITSTREAM:
         case ERR_VID_MPEG4DEC_COEFF:
+            if (!has_pictures) return "no picture was found; perhaps it is no MPEG-4 Part 2 video";
             return "pictures may look wrong until the next intra picture; --on-error repeat keeps the length of the "
                    "video";
         default:
@@ -88,7 +89,7 @@ std::string Report::Text(const std::string& name, std::chrono::duration<double> 
     if (!problem_.empty()) out << name << ": " << problem_ << ".\n";
     out << Summary(name, elapsed);
     if (refused_ > 0) {
-        const char* const advice = Advice(refusals_.front().error.status);
+        const char* const advice = Advice(refusals_.front().error.status, pictures() > 0);
         if (advice) out << name << ": " << advice << ".\n";
     }
     if (verified_)

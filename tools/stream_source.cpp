@@ -22,12 +22,21 @@ StreamSource::StreamSource(const std::string& path) : file_(path), block_(kBlock
     bytes_read_ = size;
     first_ = std::span(block_).first(size);
     container_ = ContainerOf(first_);
-    if (container_ != Container::kNone) demuxer_ = MakeDemuxer(container_, file_, first_);
+    if (container_ == Container::kNone) return;
+    missing_ = MissingBytes(container_, file_);
+    demuxer_ = MakeDemuxer(container_, file_, first_);
 }
 
 std::span<const uint8_t> StreamSource::Read() {
     if (demuxer_) return demuxer_->Read();
     return first_.empty() ? ReadBlock() : std::exchange(first_, {});
+}
+
+// Demuxers take the end of a file for that of the video.
+std::string StreamSource::problem() const {
+    if (!demuxer_ || !demuxer_->problem().empty() || missing_ == 0) return demuxer_ ? demuxer_->problem() : "";
+    return std::string("this ") + NameOf(container_) + " is cut off; " + std::to_string(missing_) +
+           " bytes are missing";
 }
 
 std::span<const uint8_t> StreamSource::ReadBlock() {

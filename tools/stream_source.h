@@ -30,7 +30,7 @@ class StreamSource {
     std::span<const uint8_t> head() const { return first_; }
 
     /** What ended the stream too early, as a sentence without a full stop; else empty. */
-    std::string problem() const { return demuxer_ ? demuxer_->problem() : ""; }
+    std::string problem() const;
 
   private:
     std::span<const uint8_t> ReadBlock();
@@ -40,6 +40,7 @@ class StreamSource {
     std::span<const uint8_t> first_;
     uint64_t bytes_read_ = 0;
     Container container_ = Container::kNone;
+    uint64_t missing_ = 0;  // bytes of a container that is cut off
     std::unique_ptr<Demuxer> demuxer_;
 };
 
