@@ -109,6 +109,7 @@ class GstDemuxer : public Demuxer {
     std::atomic<bool> other_tracks_ = false;
     std::atomic<bool> no_more_pads_ = false;
     bool configured_ = false;
+    bool ended_ = false;
     std::vector<uint8_t> bytes_;
     std::string problem_;
 };
@@ -130,7 +131,9 @@ GstDemuxer::GstDemuxer(Container container, InputFile& file, std::span<const uin
     gst_util_set_object_arg(G_OBJECT(source_), "stream-type", seekable ? "random-access" : "stream");
     g_object_set(sink_, "sync", FALSE, "max-buffers", kSamplesWaiting, nullptr);
     Connect(AddTo(pipeline_.get(), ElementFor(container)));
-    gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
+    if (gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        throw FileError("cannot read " + file.name() + ": GStreamer does not start");
+    }
 }
 
 GstDemuxer::~GstDemuxer() {
@@ -240,7 +243,7 @@ void GstDemuxer::Take(GstSample* sample) {
 }
 
 bool GstDemuxer::AtEnd() {
-    if (!problem_.empty()) return true;
+    if (ended_) return true;
     const Ref<GstMessage> message(
         gst_bus_pop_filtered(bus_.get(), static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_EOS)));
     if (message && GST_MESSAGE_TYPE(message.get()) == GST_MESSAGE_ERROR) Explain(message.get());
@@ -248,7 +251,8 @@ bool GstDemuxer::AtEnd() {
     if (other_tracks_ && !linked_ && (message || no_more_pads_)) {
         problem_ = std::string("this ") + NameOf(container_) + " has no track of MPEG-4 Part 2 video";
     }
-    return message || !problem_.empty();
+    ended_ = message || !problem_.empty();
+    return ended_;
 }
 
 void GstDemuxer::Explain(GstMessage* message) {
