@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 #include <vector>
 
 #include "tools/demuxer.h"
@@ -17,7 +18,8 @@ namespace {
 constexpr const char* kVideo =
     "video/mpeg,mpegversion=(int)4,systemstream=(boolean)false; video/x-divx,divxversion=(int)[4,5]; video/x-xvid";
 constexpr size_t kBlockSize = size_t{1} << 16;
-constexpr size_t kLargestRequest = size_t{1} << 28;
+// A demuxer that asks for more has read a damaged size.
+constexpr size_t kLargestRequest = size_t{1} << 26;
 constexpr guint kSamplesWaiting = 4;
 constexpr int kPatience = 100;  // milliseconds until the next look whether the user wants to stop
 
@@ -150,7 +152,13 @@ void GstDemuxer::Connect(GstElement* demuxer) {
 }
 
 void GstDemuxer::OnNeedData(GstElement*, guint length, gpointer self) {
-    static_cast<GstDemuxer*>(self)->Feed(length);
+    auto* const demuxer = static_cast<GstDemuxer*>(self);
+    try {
+        demuxer->Feed(length);
+    } catch (const std::bad_alloc&) {  // the caller is C
+        GstFlowReturn flow = GST_FLOW_OK;
+        g_signal_emit_by_name(demuxer->source_, "end-of-stream", &flow);
+    }
 }
 
 gboolean GstDemuxer::OnSeekData(GstElement*, guint64 offset, gpointer self) {
