@@ -89,7 +89,6 @@ void Session::State::Decode() {
     result = {};
     result.number = chunks++;
     result.offset = chunk.offset;
-    result.size = chunk.data.size();
     result.coded = chunk.has_picture;
     result.bytes = chunk.data;
     if (!extensions.problem().empty()) {

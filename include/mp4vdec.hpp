@@ -79,7 +79,6 @@ struct Error {
 struct Result {
     uint64_t number = 0;  // of the chunk, from 0
     uint64_t offset = 0;  // of its first byte among all that were fed
-    size_t size = 0;      // in bytes
     bool coded = false;   // there is a picture in it, decoded or not
     std::span<const uint8_t> bytes;  // of the chunk, valid until the iterator moves on
     Error error;

@@ -80,7 +80,7 @@ TEST(HostSession, CropsAndTellsWhereAPictureComesFrom) {
         EXPECT_TRUE(result.coded);
         EXPECT_EQ(number, result.number);
         EXPECT_EQ(number == 0 ? 0 : first.size(), result.offset);
-        EXPECT_EQ(number == 0 ? first.size() : both.size() - first.size(), result.size);
+        EXPECT_EQ(number == 0 ? first.size() : both.size() - first.size(), result.bytes.size());
         EXPECT_EQ(45u, result.picture->width);
         EXPECT_EQ(31u, result.picture->height);
         EXPECT_EQ(23u, result.picture->planes[1].width);

@@ -97,7 +97,7 @@ std::string ProfileName(uint32_t profile_and_level) {
 }
 
 void StreamInfo::Add(const Result& result) {
-    bytes_ += result.size;
+    bytes_ += result.bytes.size();
     for (const Header& header : reader_.Read(result.bytes)) {
         switch (header.kind) {
             case HeaderKind::kSequence:
@@ -168,7 +168,7 @@ void StreamInfo::AddBits(const Result& result) {
     // A gap of hours is a damaged time stamp rather than a pause.
     if (second >= bytes_per_second_.size() + 3600) second = bytes_per_second_.size();
     if (second >= bytes_per_second_.size()) bytes_per_second_.resize(second + 1);
-    bytes_per_second_[second] += result.size;
+    bytes_per_second_[second] += result.bytes.size();
 }
 
 std::vector<double> StreamInfo::KilobitsPerSecond() const {
