@@ -28,13 +28,14 @@ void PutLevels(BitWriter& out, Random& random) {  // ISO/IEC 14496-2 table B-17:
     out.Bits("0111").Put(random.Below(2), 1);
 }
 
-// A third not coded, a third moved, a third moved and with coefficients in all luma blocks.
-void PutPredictedPicture(BitWriter& out, const test::VolHeader& vol, Random& random) {
+// Light content: a third not coded, a third moved, a third moved and with coefficients in all luma blocks. Dense
+// content: all of the last kind.
+void PutPredictedPicture(BitWriter& out, const test::VolHeader& vol, bool dense, Random& random) {
     test::VopHeader vop;
     vop.coding_type = 1;
     vop.PutTo(out, vol);
     for (uint32_t i = 0; i < test::Macroblocks(vol); i++) {
-        const uint32_t kind = random.Below(3);
+        const uint32_t kind = dense ? 2 : random.Below(3);
         out.Put(kind == 0, 1);  // not_coded
         if (kind == 0) continue;
         out.Bits("1").Bits(kind == 1 ? "11" : "0011");  // mcbpc, cbpy
@@ -46,7 +47,7 @@ void PutPredictedPicture(BitWriter& out, const test::VolHeader& vol, Random& ran
     test::PutStuffing(out);
 }
 
-std::vector<Bytes> WriteStream(uint32_t width, uint32_t height) {
+std::vector<Bytes> WriteStream(uint32_t width, uint32_t height, bool dense) {
     const test::VolHeader vol = test::LayerOf(width, height);
     Random random(1);
     std::vector<Bytes> chunks;
@@ -56,7 +57,7 @@ std::vector<Bytes> WriteStream(uint32_t width, uint32_t height) {
     chunks.push_back(test::WithPadding(first.Bytes()));
     for (int i = 0; i < kPredictedPictures; i++) {
         BitWriter picture;
-        PutPredictedPicture(picture, vol, random);
+        PutPredictedPicture(picture, vol, dense, random);
         chunks.push_back(test::WithPadding(picture.Bytes()));
     }
     return chunks;
@@ -65,7 +66,7 @@ std::vector<Bytes> WriteStream(uint32_t width, uint32_t height) {
 void Decode(benchmark::State& state) {
     const auto width = static_cast<uint32_t>(state.range(0));
     const auto height = static_cast<uint32_t>(state.range(1));
-    const std::vector<Bytes> chunks = WriteStream(width, height);
+    const std::vector<Bytes> chunks = WriteStream(width, height, state.range(2) != 0);
     const VidDecFuncs& functions = *ptVidDec_MPEG4->ptFuncs;
     MemoryService memory;
     Mp4vDecOpenParams params{};
@@ -90,20 +91,22 @@ void Decode(benchmark::State& state) {
     using benchmark::Counter;
     const double pictures = static_cast<double>(state.iterations()) * (1 + kPredictedPictures);
     state.counters["pictures/s"] = Counter(pictures, Counter::kIsRate);
-    state.counters["macroblocks/s"] = Counter(pictures * (width / 16) * (height / 16), Counter::kIsRate);
+    const auto macroblocks = static_cast<double>(test::Macroblocks(test::LayerOf(width, height)));
+    state.counters["macroblocks/s"] = Counter(pictures * macroblocks, Counter::kIsRate);
 }
+void Sizes(benchmark::internal::Benchmark* benchmark) {
+    for (const int dense : {0, 1}) {
+        benchmark->Args({176, 144, dense});
+        benchmark->Args({352, 288, dense});
+        benchmark->Args({640, 480, dense});
+        benchmark->Args({1280, 720, dense});
+        benchmark->Args({1920, 1088, dense});
+    }
+}
+BENCHMARK(Decode)->ArgNames({"width", "height", "dense"})->Apply(Sizes)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(Decode)
-    ->ArgNames({"width", "height"})
-    ->Args({176, 144})
-    ->Args({352, 288})
-    ->Args({640, 480})
-    ->Args({1280, 720})
-    ->Args({1920, 1088})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(Decode)
-    ->ArgNames({"width", "height"})
-    ->Args({640, 480})
+    ->ArgNames({"width", "height", "dense"})
+    ->Args({640, 480, 0})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->ThreadRange(1, 2);
