@@ -718,7 +718,7 @@ MP4V_VEC Vec8 OddBytes(Bytes16 v) {
 // v with another value in lane 0, of which the low 16 bits count.
 MP4V_VEC Vec8 WithLane0(Vec8 v, int32_t s32) {
 #if MP4V_VEC_SSE2
-    return (Vec8)_mm_insert_epi16((__m128i)v, s32, 0);
+    return (Vec8)_mm_insert_epi16((__m128i)v, (int16_t)s32, 0);
 #else
     v[0] = (int16_t)s32;
     return v;
