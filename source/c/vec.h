@@ -24,8 +24,13 @@
 #define MP4V_VEC_NEON 1
 #endif
 
+#ifdef MP4VDEC_COUNT_ONCE  // as in bsreader.h
+#define MP4V_VEC inline
+#define MP4V_VEC_MEMBER inline
+#else
 #define MP4V_VEC static inline __attribute__((always_inline))
 #define MP4V_VEC_MEMBER inline __attribute__((always_inline))
+#endif
 
 typedef int16_t Vec8 __attribute__((vector_size(16)));
 typedef uint16_t Vec8u __attribute__((vector_size(16)));
