@@ -4,12 +4,6 @@
 // "mp4vdec compare" on pictures whose differences are known.
 #include "support/tool.h"
 
-#ifndef MP4VDEC_PLAYER
-TEST(ToolCompare, PlayerIsNotBuilt) {
-    GTEST_SKIP() << "the player was left out of this build";
-}
-#else
-
 #include <png.h>
 
 #include <cmath>
@@ -130,5 +124,3 @@ TEST_F(ToolCompare, RefusesWhatItCannotRead) {
 
 }  // namespace
 }  // namespace mp4v::test
-
-#endif  // MP4VDEC_PLAYER

@@ -6,12 +6,6 @@
 
 #include "support/tool.h"
 
-#ifndef MP4VDEC_PLAYER
-TEST(Containers, PlayerIsNotBuilt) {
-    GTEST_SKIP() << "the player was left out of this build";
-}
-#else
-
 namespace mp4v::test {
 namespace {
 
@@ -120,5 +114,3 @@ TEST_F(Containers, AreNotWaitedForAfterAnInterrupt) {
 
 }  // namespace
 }  // namespace mp4v::test
-
-#endif  // MP4VDEC_PLAYER

@@ -4,12 +4,6 @@
 // "mp4vdec info" against what is recorded about the test streams.
 #include "support/tool.h"
 
-#ifndef MP4VDEC_PLAYER
-TEST(ToolInfo, PlayerIsNotBuilt) {
-    GTEST_SKIP() << "the player was left out of this build";
-}
-#else
-
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -194,5 +188,3 @@ TEST_F(ToolInfo, FindsNothingInNothing) {
 
 }  // namespace
 }  // namespace mp4v::test
-
-#endif  // MP4VDEC_PLAYER

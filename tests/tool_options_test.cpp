@@ -4,12 +4,6 @@
 // What the options of the player do to its outputs, which are read by other means: libpng, a JSON parser, md5sum.
 #include "support/tool.h"
 
-#ifndef MP4VDEC_PLAYER
-TEST(ToolOptions, PlayerIsNotBuilt) {
-    GTEST_SKIP() << "the player was left out of this build";
-}
-#else
-
 #include <fcntl.h>
 #include <png.h>
 #include <sys/ioctl.h>
@@ -404,5 +398,3 @@ TEST_F(ToolOptions, ShowProgressOnATerminal) {
 
 }  // namespace
 }  // namespace mp4v::test
-
-#endif  // MP4VDEC_PLAYER

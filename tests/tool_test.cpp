@@ -15,12 +15,6 @@
 #include "support/headers_writer.h"
 #include "support/small_stream.h"
 
-#ifndef MP4VDEC_PLAYER
-TEST(Tool, IsNotBuilt) {
-    GTEST_SKIP() << "the player was left out of this build";
-}
-#else
-
 namespace mp4v::test {
 namespace {
 
@@ -486,5 +480,3 @@ TEST_F(Tool, TellsItsVersionAndHelps) {
 
 }  // namespace
 }  // namespace mp4v::test
-
-#endif  // MP4VDEC_PLAYER
