@@ -2,8 +2,6 @@
 // Copyright (c) 2026, the mp4vdec authors
 
 // "mp4vdec compare" on pictures whose differences are known.
-#include "support/tool.h"
-
 #include <png.h>
 
 #include <cmath>
@@ -11,6 +9,7 @@
 
 #include "support/headers_writer.h"
 #include "support/small_stream.h"
+#include "support/tool.h"
 
 namespace mp4v::test {
 namespace {

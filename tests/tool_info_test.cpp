@@ -2,14 +2,13 @@
 // Copyright (c) 2026, the mp4vdec authors
 
 // "mp4vdec info" against what is recorded about the test streams.
-#include "support/tool.h"
-
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "support/headers_writer.h"
 #include "support/small_stream.h"
+#include "support/tool.h"
 
 namespace mp4v::test {
 namespace {

@@ -2,8 +2,6 @@
 // Copyright (c) 2026, the mp4vdec authors
 
 // What the options of the player do to its outputs, which are read by other means: libpng, a JSON parser, md5sum.
-#include "support/tool.h"
-
 #include <fcntl.h>
 #include <png.h>
 #include <sys/ioctl.h>
@@ -16,6 +14,7 @@
 
 #include "support/headers_writer.h"
 #include "support/small_stream.h"
+#include "support/tool.h"
 
 namespace mp4v::test {
 namespace {
