@@ -20,13 +20,18 @@ constexpr bool ArePlain = ((std::is_standard_layout_v<Records> && std::is_trivia
 static_assert(ArePlain<Mp4vDecOpenParams, Mp4vDecInArgs, Mp4vDecOutArgs, Mp4vDecStatus, Mp4vDecExtList, VidDecFuncs>);
 static_assert(ArePlain<VidDecDescriptor>);
 
-#if UINTPTR_MAX == UINT64_MAX
 static_assert(offsetof(Mp4vDecOpenParams, au32Reserved) == 0);
 static_assert(offsetof(Mp4vDecOpenParams, u32Width) == 8);
 static_assert(offsetof(Mp4vDecOpenParams, u32Height) == 12);
 static_assert(offsetof(Mp4vDecOpenParams, u32ExtParam) == 16);
 static_assert(sizeof(Mp4vDecOpenParams) == 20);
 
+static_assert(offsetof(Mp4vDecStatus, u32CodecId) == 0);
+static_assert(offsetof(Mp4vDecStatus, u32OpenWidth) == 8);
+static_assert(offsetof(Mp4vDecStatus, u32OpenHeight) == 12);
+static_assert(sizeof(Mp4vDecStatus) == 16);
+
+#if UINTPTR_MAX == UINT64_MAX
 static_assert(offsetof(Mp4vDecInArgs, pu8Buf) == 0);
 static_assert(offsetof(Mp4vDecInArgs, u32BufLen) == 8);
 static_assert(offsetof(Mp4vDecInArgs, u64TimeStamp) == 16);
@@ -43,11 +48,6 @@ static_assert(offsetof(Mp4vDecOutArgs, au32Reserved) == 24);
 static_assert(offsetof(Mp4vDecOutArgs, u64TimeStamp) == 32);
 static_assert(offsetof(Mp4vDecOutArgs, u8EndOfStream) == 40);
 static_assert(sizeof(Mp4vDecOutArgs) == 48);
-
-static_assert(offsetof(Mp4vDecStatus, u32CodecId) == 0);
-static_assert(offsetof(Mp4vDecStatus, u32OpenWidth) == 8);
-static_assert(offsetof(Mp4vDecStatus, u32OpenHeight) == 12);
-static_assert(sizeof(Mp4vDecStatus) == 16);
 
 static_assert(offsetof(Mp4vDecExtList, u32Magic) == 0);
 static_assert(offsetof(Mp4vDecExtList, s32Count) == 4);
@@ -70,12 +70,6 @@ static_assert(offsetof(VidDecDescriptor, ptFuncs) == 8);
 static_assert(offsetof(VidDecDescriptor, ps8Name) == 16);
 static_assert(sizeof(VidDecDescriptor) == 24);
 #elif defined(__arm__)
-static_assert(offsetof(Mp4vDecOpenParams, au32Reserved) == 0);
-static_assert(offsetof(Mp4vDecOpenParams, u32Width) == 8);
-static_assert(offsetof(Mp4vDecOpenParams, u32Height) == 12);
-static_assert(offsetof(Mp4vDecOpenParams, u32ExtParam) == 16);
-static_assert(sizeof(Mp4vDecOpenParams) == 20);
-
 static_assert(offsetof(Mp4vDecInArgs, pu8Buf) == 0);
 static_assert(offsetof(Mp4vDecInArgs, u32BufLen) == 4);
 static_assert(offsetof(Mp4vDecInArgs, u64TimeStamp) == 8);
@@ -92,11 +86,6 @@ static_assert(offsetof(Mp4vDecOutArgs, au32Reserved) == 20);
 static_assert(offsetof(Mp4vDecOutArgs, u64TimeStamp) == 32);
 static_assert(offsetof(Mp4vDecOutArgs, u8EndOfStream) == 40);
 static_assert(sizeof(Mp4vDecOutArgs) == 48);
-
-static_assert(offsetof(Mp4vDecStatus, u32CodecId) == 0);
-static_assert(offsetof(Mp4vDecStatus, u32OpenWidth) == 8);
-static_assert(offsetof(Mp4vDecStatus, u32OpenHeight) == 12);
-static_assert(sizeof(Mp4vDecStatus) == 16);
 
 static_assert(offsetof(Mp4vDecExtList, u32Magic) == 0);
 static_assert(offsetof(Mp4vDecExtList, s32Count) == 4);
