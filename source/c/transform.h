@@ -193,20 +193,6 @@ MP4V_VEC void InverseTransformSmall(Vec8 (&av)[8]) {
     FinishLines(w, av);
 }
 
-// The first four columns.
-MP4V_VEC void InverseTransformSmallLeft(Vec8 (&av)[8]) {
-    const Weights w;
-    const Vec8 v01 = ZipLow16(av[0], av[1]), v23 = ZipLow16(av[2], av[3]);
-    const Vec8 v45 = ZipLow16(av[4], av[5]), v67 = ZipLow16(av[6], av[7]);
-    const Vec8 vUpper01 = ZipLow32(v01, v23), vUpper23 = ZipHigh32(v01, v23);
-    const Vec8 vLower01 = ZipLow32(v45, v67), vLower23 = ZipHigh32(v45, v67);
-    av[0] = ZipLow64(vUpper01, vLower01), av[1] = ZipHigh64(vUpper01, vLower01);
-    av[2] = ZipLow64(vUpper23, vLower23), av[3] = ZipHigh64(vUpper23, vLower23);
-    InverseHalfLines<false>(w, av, av[0] >> 1);
-    Transpose8x8(av);
-    FinishLines(w, av);
-}
-
 // Eight columns of four values become four rows.
 MP4V_VEC void TransposeLow8x4(Vec8 (&av)[8]) {
     const Vec8 v01 = ZipLow16(av[0], av[1]), v23 = ZipLow16(av[2], av[3]);
@@ -215,6 +201,15 @@ MP4V_VEC void TransposeLow8x4(Vec8 (&av)[8]) {
     const Vec8 vRight01 = ZipLow32(v45, v67), vRight23 = ZipHigh32(v45, v67);
     av[0] = ZipLow64(vLeft01, vRight01), av[1] = ZipHigh64(vLeft01, vRight01);
     av[2] = ZipLow64(vLeft23, vRight23), av[3] = ZipHigh64(vLeft23, vRight23);
+}
+
+// The first four columns.
+MP4V_VEC void InverseTransformSmallLeft(Vec8 (&av)[8]) {
+    const Weights w;
+    TransposeLow8x4(av);
+    InverseHalfLines<false>(w, av, av[0] >> 1);
+    Transpose8x8(av);
+    FinishLines(w, av);
 }
 
 // The first four rows, in av[0..3]. kSeventh: and a last coefficient of 1.
