@@ -119,6 +119,18 @@ uint32_t ChunkDecoder::Judge(std::span<const uint8_t> chunk) {
     return vop->coding_type > 1 ? ERR_VID_MPEG4DEC_UNSUPPORT_BFRAME : MP4VDEC_OK;
 }
 
+Inspection ChunkDecoder::Inspect() const {
+    Inspection inspection;
+    inspection.status = ERR_VID_MPEG4DEC_VOL_NOT_FOUND;
+    if (!decoder_ || chunk_.empty()) return inspection;
+    const auto size = static_cast<uint32_t>(chunk_.size() - MP4VDEC_CHUNK_PADDING);
+    const auto visit = [](void* list, const Mp4vMbView* macroblock) {
+        static_cast<std::vector<Mp4vMbView>*>(list)->push_back(*macroblock);
+    };
+    inspection.status = InspectVop(decoder_, chunk_.data(), size, &inspection.vop, visit, &inspection.macroblocks);
+    return inspection;
+}
+
 // The size that the decoder must be open for.
 ChunkDecoder::Size ChunkDecoder::SizeFor(const ChunkHeaders& headers) const {
     Size size{open_width_, open_height_};

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "host/inspection.h"
 #include "host/memory.h"
 #include "host/vol_header.h"
 #include "mp4vdec.hpp"
@@ -48,6 +49,9 @@ class ChunkDecoder {
 
     /** Has the decoder judge the headers of a chunk: the status with which it refuses one. */
     uint32_t Judge(std::span<const uint8_t> chunk);
+
+    /** What the chunk that was decoded last consists of. */
+    Inspection Inspect() const;
 
     void set_control_flags(uint32_t flags) { options_.control_flags = flags; }
 

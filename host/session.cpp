@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/chunk_decoder.h"
+#include "host/inspection.h"
 #include "host/low_memory.h"
 #include "host/splitter.h"
 #include "host/status.h"
@@ -136,6 +137,10 @@ const Result& Session::Results::Iterator::operator*() const {
 Session::Results::Iterator& Session::Results::Iterator::operator++() {
     if (!state_->Next()) state_ = nullptr;
     return *this;
+}
+
+Inspection Inspect(const Session& session) {
+    return session.state_->decoder.Inspect();
 }
 
 }  // namespace mp4v

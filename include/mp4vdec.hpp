@@ -130,6 +130,7 @@ class Session {
     VideoFormat Format() const;
 
   private:
+    friend struct Inspection Inspect(const Session& session);  // for the player
     struct State;
 
     std::unique_ptr<State> state_;
