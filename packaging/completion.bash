@@ -6,13 +6,13 @@ _mp4vdec() {
     local word=$2 previous=$3 words=
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
-        words="decode info compare --help --version"
+        words="decode info compare inspect --help --version"
     else
         case $previous in
             --format) words="y4m i420 nv12 png" ;;
             --on-error) words="skip stop repeat" ;;
             --deblock-threshold) words="10 30" ;;
-            --skip | --limit | --fps | --jobs | -j | --verify) return ;;
+            --skip | --limit | --fps | --jobs | -j | --verify | --picture | --chunk) return ;;
         esac
         if [[ $word == -* && -z $words ]]; then
             words=$("$1" "${COMP_WORDS[1]}" --help 2>/dev/null | grep -oE -- '^  +-[-a-z0-9,]*' | tr ',' ' ')

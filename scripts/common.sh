@@ -5,7 +5,7 @@
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
 
-build_packages=(g++ cmake ninja-build libcli11-dev libmd-dev libpng-dev nlohmann-json3-dev
+build_packages=(g++ cmake ninja-build libcli11-dev libmd-dev libpng-dev libcairo2-dev nlohmann-json3-dev
     libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
 test_packages=(clang clang-format libclang-rt-14-dev llvm libgtest-dev libbenchmark-dev)
 coverage_packages=(gcovr)

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <png.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -275,6 +276,85 @@ TEST_F(ToolOptions, PlayDamagedStreamsToTheEnd) {
     }
 }
 
+// Real streams of all kinds, each with a hundredth of its pictures damaged, and one at least.
+TEST_F(ToolOptions, PlayEveryDamagedStreamToTheEnd) {
+    unsigned streams = 0;
+    uint64_t refused_in_all = 0;
+    for (const auto& entry : fs::directory_iterator(std::string(MP4VDEC_TEST_DATA_DIR) + "/streams")) {
+        const std::string name = entry.path().filename().string();
+        if (!name.starts_with('o') || entry.path().extension() != ".m4v") continue;
+        SCOPED_TRACE(name);
+        std::ifstream file(entry.path(), std::ios::binary);
+        Bytes bytes{std::istreambuf_iterator<char>(file), {}};
+        const Bytes vop = {0, 0, 1, 0xB6};
+        std::vector<size_t> pictures;
+        for (auto at = bytes.begin(); (at = std::search(at, bytes.end(), vop.begin(), vop.end())) != bytes.end(); at++)
+            pictures.push_back(static_cast<size_t>(at - bytes.begin()));
+        ASSERT_GT(pictures.size(), 1u);
+        for (size_t i = pictures.size() / 2; i < pictures.size(); i += 100) {
+            const size_t end = i + 1 < pictures.size() ? pictures[i + 1] : bytes.size();
+            const size_t first = pictures[i] + 9;
+            for (size_t at = first; at < std::min(first + 24, end); at++) bytes[at] = 0;  // no code begins so
+        }
+        WriteFile("in.m4v", bytes);
+        streams++;
+        for (const char* const policy : {"skip", "stop", "repeat"}) {
+            const Result result = Run(std::string("decode in.m4v --json --on-error ") + policy);
+            const auto json = nlohmann::json::parse(result.out);
+            const uint64_t shown = json["pictures"].get<uint64_t>() + json["repeated"].get<uint64_t>();
+            const uint64_t refused = json["refused"];
+            EXPECT_EQ(refused == 0 ? kGood : kDamage, result.status);
+            if (std::string(policy) == "stop") {
+                EXPECT_LE(refused, 1u);
+                EXPECT_LE(shown, pictures.size());
+            } else {
+                EXPECT_EQ(pictures.size(), shown + (std::string(policy) == "skip" ? refused : 0));
+                refused_in_all += refused;
+            }
+        }
+    }
+    EXPECT_GT(streams, 25u);
+    EXPECT_GE(refused_in_all, streams) << "the damage was hardly noticed";
+}
+
+// The most memory, in KiB, that the player takes for a stream that comes through a pipe so many times.
+long PeakMemory(const std::string& stream, unsigned times) {
+    int pipe_ends[2];
+    EXPECT_EQ(0, pipe2(pipe_ends, O_CLOEXEC));
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(pipe_ends[0], STDIN_FILENO);
+        execl(MP4VDEC_PLAYER, MP4VDEC_PLAYER, "decode", "-", "--benchmark", "-q", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(pipe_ends[0]);
+    std::ifstream file(stream, std::ios::binary);
+    const Bytes bytes{std::istreambuf_iterator<char>(file), {}};
+    for (unsigned i = 0; i < times; i++) {
+        for (size_t at = 0; at < bytes.size();) {
+            const ssize_t wrote = write(pipe_ends[1], &bytes[at], bytes.size() - at);
+            if (wrote <= 0) break;
+            at += static_cast<size_t>(wrote);
+        }
+    }
+    close(pipe_ends[1]);
+    int status = 0;
+    rusage usage{};
+    EXPECT_EQ(child, wait4(child, &status, 0, &usage));
+    EXPECT_EQ(kGood, ExitStatus(status));
+    return usage.ru_maxrss;
+}
+
+#ifndef MP4VDEC_TEST_INSTRUMENTED
+TEST_F(ToolOptions, NeedNoMoreMemoryForALongStream) {
+    const std::string stream = std::string(MP4VDEC_TEST_DATA_DIR) + "/streams/o10_odd120x90_noise.m4v";
+    const auto size = fs::file_size(stream);
+    const auto times = static_cast<unsigned>(24'000'000 / size);
+    ASSERT_GT(times, 20u);
+    EXPECT_LT(PeakMemory(stream, times), PeakMemory(stream, 2) + 8000) << "KiB; 24 MB came through";
+}
+#endif
+
 TEST_F(ToolOptions, DecodeSeveralInputsAtOnce) {
     std::string inputs;
     std::string wanted;
@@ -348,6 +428,7 @@ TEST_F(ToolOptions, CompleteInBash) {
     EXPECT_EQ("decode\n", complete("de"));
     EXPECT_EQ("--format --framemd5 --fps --fields-stacked\n", complete("decode --f"));
     EXPECT_EQ("--json\n", complete("info --j"));
+    EXPECT_EQ("--picture --plot\n", complete("inspect --p"));
     EXPECT_EQ("skip stop\n", complete("decode --on-error s"));
     EXPECT_EQ("camera.m4v\n", complete("decode cam"));
 }

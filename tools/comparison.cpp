@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <nlohmann/json.hpp>
 
 namespace mp4v {
@@ -75,7 +76,7 @@ std::optional<double> Comparison::PlaneSum::psnr() const {
     return 10 * std::log10(255.0 * 255.0 * static_cast<double>(samples) / static_cast<double>(squares));
 }
 
-Comparison::PlaneSum Comparison::AddPlane(const PlaneView& a, const PlaneView& b) const {
+Comparison::PlaneSum Comparison::AddPlane(const PlaneView& a, const PlaneView& b) {
     PlaneSum sum;
     sum.samples = uint64_t{a.width} * a.height;
     for (uint32_t y = 0; y < a.height; y++) {
@@ -90,6 +91,10 @@ Comparison::PlaneSum Comparison::AddPlane(const PlaneView& a, const PlaneView& b
         sum.squares += squares;
     }
     return sum;
+}
+
+double Comparison::LumaPsnr(const Picture& a, const Picture& b) {
+    return AddPlane(a.planes[0], b.planes[0]).psnr().value_or(std::numeric_limits<double>::infinity());
 }
 
 void Comparison::Add(const Picture& a, const Picture& b) {

@@ -29,6 +29,9 @@ class Comparison {
     bool same() const {
         return !first_ && sizes_.empty() && left_over_[0] + left_over_[1] == 0 && pictures_.size() > 0;
     }
+    /** Of luma, in dB; infinite where nothing differs. Both of the same size. */
+    static double LumaPsnr(const Picture& a, const Picture& b);
+
     bool differs_in_samples() const { return first_.has_value(); }
 
     std::string Text(const std::string& a, const std::string& b) const;
@@ -58,7 +61,7 @@ class Comparison {
         uint32_t row;
     };
 
-    PlaneSum AddPlane(const PlaneView& a, const PlaneView& b) const;
+    static PlaneSum AddPlane(const PlaneView& a, const PlaneView& b);
     void FindFirst(const Picture& a, const Picture& b);
     void Draw(const Picture& a, const Picture& b);
 

@@ -11,8 +11,10 @@
 #include "tools/compare_command.h"
 #include "tools/decode_command.h"
 #include "tools/demuxer.h"
+#include "tools/drawing.h"
 #include "tools/exit_code.h"
 #include "tools/info_command.h"
+#include "tools/inspect_command.h"
 
 #ifndef MP4VDEC_VERSION
 #define MP4VDEC_VERSION "1.0.0"
@@ -58,8 +60,16 @@ std::string OneOf(const std::map<std::string, T>& choices, const std::string& te
     return "'" + text + "' is none of " + names;
 }
 
+// CLI11 takes -1 for a large number.
+std::string CheckCount(const std::string& text) {
+    constexpr size_t kMostDigits = 18;
+    const bool good = !text.empty() && text.size() <= kMostDigits &&
+                      std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
+    return good ? "" : "'" + text + "' is not a number of pictures";
+}
+
 std::string CheckLimit(const std::string& text) {
-    return text.find_first_not_of('0') == std::string::npos ? "at least 1 picture is needed" : "";
+    return text.find_first_not_of('0') == std::string::npos ? "at least 1 picture is needed" : CheckCount(text);
 }
 
 std::string CheckMd5(const std::string& text) {
@@ -99,7 +109,10 @@ void AddOutput(CLI::App& decode, mp4v::DecodeOptions& options) {
 
 void AddControl(CLI::App& decode, mp4v::DecodeOptions& options) {
     const char* const group = "Control";
-    decode.add_option("--skip", options.skip, "Leave out the first N pictures")->type_name("N")->group(group);
+    decode.add_option("--skip", options.skip, "Leave out the first N pictures")
+        ->check(CheckCount)
+        ->option_text("N")
+        ->group(group);
     decode.add_option("--limit", options.limit, "Stop after N pictures")
         ->check(CheckLimit)
         ->option_text("N")
@@ -166,10 +179,30 @@ void AddCompare(CLI::App& app, mp4v::CompareOptions& options) {
     compare.footer("\nExit status: 0 no sample differs; 1 some do, or damage; 2 usage; 3 files.");
 }
 
+void AddInspect(CLI::App& app, mp4v::InspectOptions& options) {
+    CLI::App& inspect = *app.add_subcommand("inspect", "Look into a picture, or at how bits go over time");
+    inspect.get_formatter()->column_width(kHelpColumn);
+    inspect.add_option("INPUT,-i,--input", options.input, "Stream or container; - is standard input")
+        ->required()
+        ->option_text("FILE");
+    inspect.add_option("--picture", options.picture, "Which picture, from 0")->check(CheckCount)->option_text("N");
+    inspect.add_option("--chunk", options.chunk, "By its chunk instead; may be a damaged one")
+        ->check(CheckCount)
+        ->option_text("N");
+    inspect.add_option("-o,--output", options.folder, "Folder for PNG, JSON and CSV")->type_name("FOLDER");
+    inspect.add_option("--plot", options.plot, "Bits and quantiser over time: .svg or .png")->type_name("FILE");
+    inspect.add_option("--reference", options.reference, "Y4M file or stream; the plot has PSNR then")
+        ->type_name("FILE");
+    inspect.add_flag("--json", options.json, "Print it as JSON");
+    inspect.footer("\nExit status: 0 good; 1 damage; 2 usage, or no such picture; 3 files.");
+}
+
 std::string Version() {
     const char* const demuxer = mp4v::DemuxerVersion();
+    const char* const drawing = mp4v::DrawingVersion();
     return std::string("mp4vdec " MP4VDEC_VERSION "\nInput: elementary streams") +
-           (demuxer ? std::string(", AVI, MP4/QuickTime and Matroska by ") + demuxer : "");
+           (demuxer ? std::string(", AVI, MP4/QuickTime and Matroska by ") + demuxer : "") +
+           (drawing ? std::string("\nDrawing: ") + drawing : "");
 }
 
 int Run(int argc, char** argv) {
@@ -183,11 +216,14 @@ int Run(int argc, char** argv) {
     AddInfo(app, info_options);
     mp4v::CompareOptions compare_options;
     AddCompare(app, compare_options);
+    mp4v::InspectOptions inspect_options;
+    AddInspect(app, inspect_options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? mp4v::kExitGood : mp4v::kExitUsage;
     }
+    if (app.got_subcommand("inspect")) return mp4v::Inspect(inspect_options);
     if (app.got_subcommand("compare")) return mp4v::Compare(compare_options);
     return app.got_subcommand("info") ? mp4v::Info(info_options) : mp4v::Decode(options);
 }
