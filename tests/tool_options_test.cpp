@@ -317,6 +317,7 @@ TEST_F(ToolOptions, PlayEveryDamagedStreamToTheEnd) {
     EXPECT_GE(refused_in_all, streams) << "the damage was hardly noticed";
 }
 
+#ifndef MP4VDEC_TEST_INSTRUMENTED
 // The most memory, in KiB, that the player takes for a stream that comes through a pipe so many times.
 long PeakMemory(const std::string& stream, unsigned times) {
     int pipe_ends[2];
@@ -345,7 +346,6 @@ long PeakMemory(const std::string& stream, unsigned times) {
     return usage.ru_maxrss;
 }
 
-#ifndef MP4VDEC_TEST_INSTRUMENTED
 TEST_F(ToolOptions, NeedNoMoreMemoryForALongStream) {
     const std::string stream = std::string(MP4VDEC_TEST_DATA_DIR) + "/streams/o10_odd120x90_noise.m4v";
     const auto size = fs::file_size(stream);
