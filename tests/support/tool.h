@@ -51,6 +51,7 @@ class Tool : public testing::Test {
         std::string name = (fs::temp_directory_path() / "mp4vdec-tool-XXXXXX").string();
         ASSERT_NE(nullptr, mkdtemp(name.data()));
         folder_ = name;
+        setenv("LSAN_OPTIONS", "suppressions=" MP4VDEC_TEST_DATA_DIR "/leaks.supp:print_suppressions=0", 0);
     }
     void TearDown() override { fs::remove_all(folder_); }
 
