@@ -12,9 +12,11 @@ Splitter::Splitter(size_t limit) : limit_(std::max(limit, kStartCodeSize)) {}
 
 void Splitter::Append(std::span<const uint8_t> bytes) {
     if (finished_) return;
-    buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<ptrdiff_t>(begin_));
-    scan_ -= begin_;
-    begin_ = 0;
+    if (begin_ >= buffer_.size() - begin_) {  // so that no byte is moved more than once, all in all
+        buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<ptrdiff_t>(begin_));
+        scan_ -= begin_;
+        begin_ = 0;
+    }
     buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
 }
 
