@@ -165,6 +165,20 @@ TEST_F(ToolOptions, PutTimesOnTheContactSheet) {
     EXPECT_EQ(61 * 9 - white, black);
 }
 
+TEST_F(ToolOptions, WriteWhatOtherProgramsRecognise) {
+    if (Shell("command -v file").status != kGood) GTEST_SKIP() << "there is no program 'file'";
+    ASSERT_EQ(kGood, Run("decode -q " + kTiny + " --contact-sheet sheet.png").status);
+    ASSERT_EQ(kGood, Run("decode -q " + kTiny + " --limit 1 -o picture.png").status);
+    EXPECT_TRUE(Contains(Shell("file -b sheet.png").out, "PNG image data, 212 x 148, 8-bit/color RGB"));
+    EXPECT_TRUE(Contains(Shell("file -b picture.png").out, "PNG image data, 48 x 32, 8-bit/color RGB"));
+    if (!Contains(Run("--version").out, "Drawing")) return;
+    ASSERT_EQ(kGood, Run("inspect " + kTiny + " --plot plot.svg --picture 1 -o look").status);
+    EXPECT_TRUE(Contains(Shell("file -b plot.svg").out, "SVG Scalable Vector Graphics image"));
+    EXPECT_TRUE(Contains(Shell("file -b look/00001-bits.png").out, "PNG image data, 768 x 572"));
+    EXPECT_TRUE(Contains(Shell("file -b look/00001-macroblocks.json").out, "JSON"));
+    EXPECT_TRUE(Contains(Shell("file -b look/00001-macroblocks.csv").out, "CSV"));
+}
+
 TEST_F(ToolOptions, VerifyTheMd5) {
     WriteFile("in.m4v", Stream(3));
     const std::string md5 = Run("decode in.m4v -q --md5").out.substr(0, 32);
