@@ -26,11 +26,10 @@ constexpr uint32_t HalfUp(uint32_t size) {
     return (size + 1) / 2;
 }
 
-Mp4vDecInArgs InArgs(const std::vector<uint8_t>& padded, uint64_t time_stamp, uint32_t flags) {
+Mp4vDecInArgs InArgs(const std::vector<uint8_t>& padded, uint32_t flags) {
     Mp4vDecInArgs in{};
     in.pu8Buf = padded.data();
     in.u32BufLen = static_cast<uint32_t>(padded.size() - MP4VDEC_CHUNK_PADDING);
-    in.u64TimeStamp = time_stamp;
     in.u32CtrlFlags = flags;
     return in;
 }
@@ -73,10 +72,14 @@ ChunkDecoder::~ChunkDecoder() {
 }
 
 DecodeResult ChunkDecoder::Decode(std::span<const uint8_t> chunk, uint64_t offset, uint64_t time_stamp) {
-    DecodeResult result;
+    DecodeResult result = DecodeInto({}, chunk);
     result.offset = offset;
     result.time_stamp = time_stamp;
+    return result;
+}
 
+DecodeResult ChunkDecoder::DecodeInto(std::span<uint8_t> memory, std::span<const uint8_t> chunk) {
+    DecodeResult result;
     const ChunkHeaders headers = ScanHeaders(chunk);
     result.status = EnsureOpen(SizeFor(headers));
     if (result.status != MP4VDEC_OK) return result;
@@ -85,15 +88,15 @@ DecodeResult ChunkDecoder::Decode(std::span<const uint8_t> chunk, uint64_t offse
     RoundVolSizes(chunk_, headers);
     Remember(headers);
 
-    const Mp4vDecInArgs in = InArgs(chunk_, time_stamp, options_.control_flags);
+    const Mp4vDecInArgs in = InArgs(chunk_, options_.control_flags);
     Mp4vDecOutArgs out{};
-    out.pu8Dst = picture_.data();
+    out.pu8Dst = memory.size() < picture_.size() ? picture_.data() : memory.data();
     result.status = Funcs().pfProcess(decoder_, &in, &out);
     // With this flag, predicted pictures are decoded but not written out.
     const bool hides = (options_.control_flags & MP4VDEC_CTRL_INTRA_ONLY) && out.u32PicType == MP4VDEC_PIC_PREDICTED;
     result.hidden = result.status == MP4VDEC_OK && hides;
     if (result.status == MP4VDEC_OK && out.u32FrameReady == 1 && !hides) {
-        result.picture = MakePicture(out.u32Width, out.u32Height, out.u32PicType);
+        result.picture = MakePicture(out);
         result.has_picture = result.picture.packed_size() > 0;
     }
     return result;
@@ -106,7 +109,7 @@ uint32_t ChunkDecoder::Judge(std::span<const uint8_t> chunk) {
     Load(chunk);
     RoundVolSizes(chunk_, headers);
     Remember(headers);
-    const Mp4vDecInArgs in = InArgs(chunk_, 0, 0);
+    const Mp4vDecInArgs in = InArgs(chunk_, 0);
     uint32_t width = 0;
     uint32_t height = 0;
     // A height stands for success; statuses are far above any.
@@ -187,7 +190,7 @@ void ChunkDecoder::ReplayHeaders() {
 
 void ChunkDecoder::Replay(const std::vector<uint8_t>& padded) {
     if (padded.empty()) return;
-    const Mp4vDecInArgs in = InArgs(padded, 0, 0);
+    const Mp4vDecInArgs in = InArgs(padded, 0);
     Mp4vDecOutArgs out{};
     Funcs().pfProcess(decoder_, &in, &out);
 }
@@ -210,9 +213,11 @@ void ChunkDecoder::Remember(const ChunkHeaders& headers) {
     if (!headers.vols.empty()) layer_headers_ = std::move(padded);
 }
 
-Picture ChunkDecoder::MakePicture(uint32_t coded_width, uint32_t coded_height, uint32_t type) const {
+Picture ChunkDecoder::MakePicture(const Mp4vDecOutArgs& out) const {
+    const uint32_t coded_width = out.u32Width;
+    const uint32_t coded_height = out.u32Height;
     Picture picture;
-    picture.type = static_cast<PictureType>(type);
+    picture.type = static_cast<PictureType>(out.u32PicType);
     // Only where a layer was refused after its size was read can the decoder be at another one: then whole pixels
     // pairs.
     const bool known =
@@ -221,7 +226,7 @@ Picture ChunkDecoder::MakePicture(uint32_t coded_width, uint32_t coded_height, u
     picture.height = known ? layer_.height : coded_height & ~1u;
 
     const size_t luma_size = size_t{coded_width} * coded_height;
-    const uint8_t* const luma = picture_.data();
+    const uint8_t* const luma = out.pu8Dst;
     const uint32_t chroma_width = HalfUp(picture.width);
     const uint32_t chroma_height = HalfUp(picture.height);
     const size_t chroma_pitch = coded_width / 2;

@@ -11,6 +11,7 @@
 #include "host/inspection.h"
 #include "host/memory.h"
 #include "host/vol_header.h"
+#include "mp4vdec.h"
 #include "mp4vdec.hpp"
 
 namespace mp4v {
@@ -47,6 +48,12 @@ class ChunkDecoder {
     /** Decodes one chunk. `offset` and `time_stamp` are handed through. */
     DecodeResult Decode(std::span<const uint8_t> chunk, uint64_t offset = 0, uint64_t time_stamp = 0);
 
+    /**
+     * The same, with the picture in the caller's memory when that has room for the largest one that the decoder may
+     * write by now; else in this object's. Whatever becomes of the picture, the memory may have been written to.
+     */
+    DecodeResult DecodeInto(std::span<uint8_t> memory, std::span<const uint8_t> chunk);
+
     /** Has the decoder judge the headers of a chunk: the status with which it refuses one. */
     uint32_t Judge(std::span<const uint8_t> chunk);
 
@@ -75,7 +82,7 @@ class ChunkDecoder {
     void ReplayHeaders();
     void Replay(const std::vector<uint8_t>& padded);
     void Remember(const ChunkHeaders& headers);
-    Picture MakePicture(uint32_t coded_width, uint32_t coded_height, uint32_t type) const;
+    Picture MakePicture(const Mp4vDecOutArgs& out) const;
 
     ChunkDecoderOptions options_;
     MemoryService memory_;

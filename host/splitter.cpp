@@ -8,6 +8,12 @@
 
 namespace mp4v {
 
+bool ChunkBoundary::EndsBefore(uint8_t code) {
+    if (has_picture_ && code != kEndOfSequenceCode) return true;
+    has_picture_ = has_picture_ || code == kVopCode;
+    return false;
+}
+
 Splitter::Splitter(size_t limit) : limit_(std::max(limit, kStartCodeSize)) {}
 
 void Splitter::Append(std::span<const uint8_t> bytes) {
@@ -39,12 +45,10 @@ bool Splitter::FindEnd() {
     for (;;) {
         const size_t pos = FindStartCode(buffer_, scan_);
         if (pos == buffer_.size()) break;
-        const uint8_t code = buffer_[pos + 3];
-        if (has_picture_ && code != kEndOfSequenceCode) {
+        if (boundary_.EndsBefore(buffer_[pos + 3])) {
             scan_ = pos;
             return true;
         }
-        has_picture_ = has_picture_ || code == kVopCode;
         scan_ = pos + kStartCodeSize;
     }
     // The last three bytes may be the beginning of a start code.
@@ -67,11 +71,11 @@ void Splitter::Deliver(size_t end, Chunk& chunk) {
     chunk.offset = offset_;
     chunk.data.assign(buffer_.begin() + static_cast<ptrdiff_t>(begin_),
                       buffer_.begin() + static_cast<ptrdiff_t>(kept_end));
-    chunk.has_picture = has_picture_;
+    chunk.has_picture = boundary_.has_picture();
     chunk.dropped = dropped_ + (end - kept_end);
     offset_ += (end - begin_) + dropped_;
     dropped_ = 0;
-    has_picture_ = false;
+    boundary_.Reset();
     begin_ = scan_ = end;
 }
 

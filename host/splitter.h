@@ -18,6 +18,18 @@ struct Chunk {
     uint64_t dropped = 0;       // bytes after `data` that were left out because the chunk grew too long
 };
 
+/** Knows where a chunk ends from the start codes in it. */
+class ChunkBoundary {
+  public:
+    /** Takes a start code by its last byte. True: the chunk ends before it, and it is the first of the next chunk. */
+    bool EndsBefore(uint8_t code);
+    bool has_picture() const { return has_picture_; }
+    void Reset() { has_picture_ = false; }
+
+  private:
+    bool has_picture_ = false;
+};
+
 /**
  * Cuts an elementary stream (ISO/IEC 14496-2, clause 6.2) into chunks, as the bytes arrive.
  *
@@ -54,7 +66,7 @@ class Splitter {
     size_t scan_ = 0;   // start codes before it have been seen; begin_ <= scan_ <= buffer_.size()
     uint64_t offset_ = 0;
     uint64_t dropped_ = 0;
-    bool has_picture_ = false;
+    ChunkBoundary boundary_;
     bool finished_ = false;
 };
 
