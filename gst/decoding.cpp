@@ -179,15 +179,14 @@ bool Decoding::LearnRate(GstAdapter* adapter, size_t size, bool all_there) {
     const VolHeader* const layer = LastLayer(headers);
     if (!layer || layer->time_resolution == rate_resolution_) return true;
 
+    if (!framer_.Has(1) && !all_there) return false;
     std::deque<Chunk> ahead;
-    if (framer_.Has(1)) {
-        const size_t both = framer_.End(1);
+    const size_t both = framer_.Has(1) ? framer_.End(1) : gst_adapter_available(adapter);
+    if (both > size) {
         const auto* const more = static_cast<const uint8_t*>(gst_adapter_map(adapter, both));
         const std::span<const uint8_t> second(more + size, both - size);
         ahead.push_back(HeadOf(second, ScanHeaders(second)));
         gst_adapter_unmap(adapter);
-    } else if (!all_there) {
-        return false;
     }
     rate_ = PictureRate(*layer, first, ahead);
     rate_resolution_ = layer->time_resolution;
