@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: BSD-2-Clause
 # Copyright (c) 2026, the mp4vdec authors
 
-# What is installed, in three components: library, dev and tools.
+# What is installed, in four components: library, dev, tools and gstreamer.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 set(MP4VDEC_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/mp4vdec)
@@ -45,4 +45,8 @@ if(TARGET mp4vdec_player)
   install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/completion.bash
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME mp4vdec COMPONENT tools)
+endif()
+
+if(TARGET mp4vdec_gst)
+  install(TARGETS mp4vdec_gst LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0 COMPONENT gstreamer)
 endif()

@@ -104,16 +104,12 @@ GstEvent* Decoding::OnSegment(GstEvent* event) {
     segment_in_bytes_ = segment->format == GST_FORMAT_BYTES;
     if (!segment_in_bytes_) return event;
 
-    gint64 start = 0;
-    const auto position = static_cast<gint64>(segment->start);
-    if (position > 0) {
-        gst_pad_query_convert(element_->sinkpad, GST_FORMAT_BYTES, position, GST_FORMAT_TIME, &start);
-    }
     GstSegment in_time;
     gst_segment_init(&in_time, GST_FORMAT_TIME);
     in_time.rate = segment->rate;
     in_time.flags = segment->flags;
-    in_time.start = in_time.time = in_time.position = static_cast<guint64>(std::max<gint64>(start, 0));
+    in_time.start = TimeOf(segment->start).value_or(0);
+    in_time.time = in_time.position = in_time.start;
     GstEvent* const replacement = gst_event_new_segment(&in_time);
     gst_event_set_seqnum(replacement, gst_event_get_seqnum(event));
     gst_event_unref(event);
@@ -130,9 +126,13 @@ bool Decoding::SetFormat(GstVideoCodecState* state) {
     gboolean parsed = FALSE;
     const GstStructure* const caps = gst_caps_get_structure(state->caps, 0);
     parsed_ = gst_structure_get_boolean(caps, "parsed", &parsed) ? std::optional(parsed != FALSE) : std::nullopt;
+    rate_.reset();
+    rate_resolution_ = 0;
+    top_field_first_.reset();
+    field_order_varies_ = false;
+    format_.reset();
     has_decoded_ = false;
     refusals_ = 0;
-    format_.reset();
     if (!state->codec_data) return true;
 
     const BufferMap map(state->codec_data, GST_MAP_READ);
@@ -150,7 +150,37 @@ void Decoding::Flush() {
     stale_ = false;
     after_gap_ = false;
     clock_ = {};
+    clock_is_absolute_ = false;
     clock_base_.reset();
+}
+
+GstEvent* Decoding::SeekUpstream(GstEvent* event) const {
+    gdouble rate = 0;
+    GstFormat format = GST_FORMAT_UNDEFINED;
+    GstSeekFlags flags = GST_SEEK_FLAG_NONE;
+    GstSeekType start_type = GST_SEEK_TYPE_NONE;
+    GstSeekType stop_type = GST_SEEK_TYPE_NONE;
+    gint64 start = 0;
+    gint64 stop = 0;
+    gst_event_parse_seek(event, &rate, &format, &flags, &start_type, &start, &stop_type, &stop);
+    if (!segment_in_bytes_ || format != GST_FORMAT_TIME || rate <= 0 || start_type != GST_SEEK_TYPE_SET || start < 0) {
+        return nullptr;
+    }
+    const uint64_t bytes = seen_bytes_;
+    const uint64_t time = seen_time_;
+    if (time == 0) return nullptr;
+    const guint64 position = gst_util_uint64_scale(static_cast<guint64>(start), bytes, time);
+    GstEvent* const seek =
+        gst_event_new_seek(rate, GST_FORMAT_BYTES, static_cast<GstSeekFlags>(flags & GST_SEEK_FLAG_FLUSH),
+                           GST_SEEK_TYPE_SET, static_cast<gint64>(position), GST_SEEK_TYPE_NONE, -1);
+    gst_event_set_seqnum(seek, gst_event_get_seqnum(event));
+    return seek;
+}
+
+std::optional<GstClockTime> Decoding::TimeOf(uint64_t bytes) const {
+    const uint64_t seen = seen_bytes_;
+    if (!segment_in_bytes_ || seen == 0) return std::nullopt;
+    return gst_util_uint64_scale(bytes, seen_time_, seen);
 }
 
 bool Decoding::IsFramed() const {
@@ -237,7 +267,11 @@ GstFlowReturn Decoding::HandlePicture(const Input& input) {
 // Whether a predicted picture is decoded without output: nobody wants it, or it would come too late.
 bool Decoding::Hides(const Input& input) {
     if (input.CodingType() != kPredicted) return false;
-    return settings_.intra_only || awaits_intra_ || gst_video_decoder_get_max_decode_time(element_, input.frame) < 0;
+    return ShowsIntraOnly() || awaits_intra_ || gst_video_decoder_get_max_decode_time(element_, input.frame) < 0;
+}
+
+bool Decoding::ShowsIntraOnly() const {
+    return settings_.intra_only || (element_->input_segment.flags & GST_SEGMENT_FLAG_TRICKMODE_KEY_UNITS) != 0;
 }
 
 DecodeResult Decoding::Decode(const Input& input, std::span<uint8_t> memory, bool hide) {
@@ -266,10 +300,10 @@ GstFlowReturn Decoding::Deliver(const Input& input, const DecodeResult& decoded)
     if (!decoded.hidden && decoded.picture.type == PictureType::kIntra) {
         awaits_intra_ = false;
         stale_ = false;
+        has_decoded_ = true;
         refusals_ = 0;
     }
-    has_decoded_ = true;
-    if (decoded.hidden && settings_.intra_only) {
+    if (decoded.hidden && ShowsIntraOnly()) {
         gst_video_decoder_release_frame(element_, input.frame);
         return GST_FLOW_OK;
     }
@@ -346,8 +380,8 @@ PictureFormat Decoding::FormatOf(uint32_t width, uint32_t height) const {
     }
     format.aspect_width = layer->aspect_width;
     format.aspect_height = layer->aspect_height;
-    const bool deinterlaced = settings_.deinterlace && !settings_.fields_stacked &&
-                              IsDeinterlaced(RoundUpTo16(width), RoundUpTo16(height));
+    const bool deinterlaced =
+        settings_.deinterlace && !settings_.fields_stacked && IsDeinterlaced(RoundUpTo16(width), RoundUpTo16(height));
     format.interlaced = (layer->interlaced || settings_.fields_stacked) && !deinterlaced;
     if (format.interlaced && top_field_first_ && !field_order_varies_) {
         format.field_order =
@@ -396,8 +430,12 @@ void Decoding::StampByClock(const Input& input) {
     if (!layer || layer->time_resolution == 0) return;
     const std::optional<uint64_t> ticks = clock_.TicksOf(HeadOf(input.bytes, input.headers), *layer);
     if (!ticks) return;
+    seen_bytes_ += input.bytes.size();
+    seen_time_ += PictureDuration(*layer);
+    const bool becomes_absolute = input.headers.group_seconds && !clock_is_absolute_;
+    clock_is_absolute_ = clock_is_absolute_ || becomes_absolute;
     const uint64_t resolution = layer->time_resolution;
-    const bool goes_on = clock_base_ && resolution == clock_resolution_ && *ticks > clock_last_ &&
+    const bool goes_on = clock_base_ && !becomes_absolute && resolution == clock_resolution_ && *ticks > clock_last_ &&
                          *ticks - clock_last_ < kLongestGap * resolution;
     if (!goes_on) {
         const GstClockTime start = element_->input_segment.start;
@@ -462,8 +500,9 @@ void Decoding::ReportUnsupported(uint32_t status) {
 GstFlowReturn Decoding::ReportDamage(const std::string& what, const std::string& name) {
     GST_ELEMENT_WARNING(element_, STREAM, DECODE, ("A picture is left out: %s.", what.c_str()), ("%s", name.c_str()));
     GstFlowReturn flow = GST_FLOW_OK;
-    GST_VIDEO_DECODER_ERROR(element_, 1, STREAM, DECODE, ("Too many pictures are damaged; the latest: %s.", what.c_str()),
-                            ("%s", name.c_str()), flow);
+    GST_VIDEO_DECODER_ERROR(element_, 1, STREAM, DECODE,
+                            ("Too many pictures are damaged; the latest: %s.", what.c_str()), ("%s", name.c_str()),
+                            flow);
     return flow;
 }
 

@@ -5,6 +5,7 @@
 
 #include <gst/video/gstvideodecoder.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -29,8 +30,8 @@ struct ElementSettings {
 };
 
 /**
- * What the element does with one stream, from start to stop. All is called from the streaming thread, under the stream
- * lock of the element.
+ * What the element does with one stream, from start to stop. What does not say otherwise is called from the
+ * streaming thread, under the stream lock of the element.
  *
  * A stream comes framed, each buffer with whole pictures, or unframed, cut anywhere. The caps tell by `parsed`; where
  * they do not, a segment in bytes is that of a file read as it is and thus unframed, one in time comes from a
@@ -43,12 +44,17 @@ class Decoding {
     /** Takes the properties for what comes next; all but `fields_stacked`. */
     void Set(const ElementSettings& settings) { settings_ = settings; }
 
-    /** Takes a segment event and gives what the base class is to see: one in time, where need be with a guessed start. */
+    /** Takes a segment event and gives what the base class is to see: one in time, where need be with a guessed start.
+     */
     GstEvent* OnSegment(GstEvent* event);
     /** False, with an error message posted: the headers beside the stream ask for what the decoder has not. */
     bool SetFormat(GstVideoCodecState* state);
     GstFlowReturn Parse(GstAdapter* adapter, bool at_end);
     GstFlowReturn Handle(GstVideoCodecFrame* frame);
+    /** Of so many bytes of a file read as it is, by the average so far. Called from any thread. */
+    std::optional<GstClockTime> TimeOf(uint64_t bytes) const;
+    /** What a seek in such a file is for whoever reads it; null when that cannot be told. Called from any thread. */
+    GstEvent* SeekUpstream(GstEvent* event) const;
     /** The next chunk is from elsewhere in the stream. */
     void Flush();
 
@@ -72,6 +78,7 @@ class Decoding {
     GstFlowReturn HandleHeaders(const Input& input);
     GstFlowReturn HandlePicture(const Input& input);
     bool Hides(const Input& input);
+    bool ShowsIntraOnly() const;
     DecodeResult Decode(const Input& input, std::span<uint8_t> memory, bool hide);
     DecodeResult DecodeInPlace(const Input& input);
     GstFlowReturn Deliver(const Input& input, const DecodeResult& decoded);
@@ -101,7 +108,7 @@ class Decoding {
 
     std::unique_ptr<GstVideoCodecState, void (*)(GstVideoCodecState*)> input_;
     std::optional<bool> parsed_;  // what the caps say
-    bool segment_in_bytes_ = false;
+    std::atomic<bool> segment_in_bytes_ = false;
     std::optional<Ratio> rate_;     // of an unframed stream, from the distance of its pictures
     uint32_t rate_resolution_ = 0;  // of the layer's clock then
 
@@ -110,19 +117,22 @@ class Decoding {
     bool field_order_varies_ = false;
     std::optional<PictureFormat> format_;  // as negotiated
 
-    bool awaits_intra_ = true;   // there is nothing yet that a picture could be predicted from
-    bool stale_ = false;         // the reference is not the picture that it should be
-    bool after_gap_ = false;     // something is missing before the next picture
-    bool has_decoded_ = false;   // a picture, since the caps were set
-    unsigned refusals_ = 0;      // since the latest intra picture
+    bool awaits_intra_ = true;  // there is nothing yet that a picture could be predicted from
+    bool stale_ = false;        // the reference is not the picture that it should be
+    bool after_gap_ = false;    // something is missing before the next picture
+    bool has_decoded_ = false;  // an intra picture, since the caps were set
+    unsigned refusals_ = 0;     // since the latest intra picture
 
     // Of unframed streams: ticks since clock_start_ are added to clock_base_.
     PictureClock clock_;
+    bool clock_is_absolute_ = false;  // by the time code of a GOV header
     uint64_t clock_resolution_ = 0;
     std::optional<GstClockTime> clock_base_;
     uint64_t clock_start_ = 0;
     uint64_t clock_last_ = 0;
     GstClockTime last_stamp_ = 0;
+    std::atomic<uint64_t> seen_bytes_ = 0;
+    std::atomic<uint64_t> seen_time_ = 0;
 };
 
 }  // namespace mp4v

@@ -23,7 +23,7 @@ constexpr const char* kStreamCaps =
 
 struct Mp4vDec {
     GstVideoDecoder parent;
-    mp4v::Decoding* decoding;       // between start and stop
+    mp4v::Decoding* decoding;        // between start and stop
     mp4v::ElementSettings settings;  // under the object lock
 };
 
@@ -33,6 +33,7 @@ struct Mp4vDecClass {
 
 enum Property : guint { kDeblockThreshold = 1, kDeinterlace, kFieldsStacked, kIntraOnly };
 
+// cppcheck-suppress unknownMacro
 G_DEFINE_TYPE(Mp4vDec, mp4vdec, GST_TYPE_VIDEO_DECODER)
 
 Mp4vDec* Self(gpointer object) {
@@ -159,6 +160,34 @@ gboolean SinkEvent(GstVideoDecoder* decoder, GstEvent* event) {
     return GST_VIDEO_DECODER_CLASS(mp4vdec_parent_class)->sink_event(decoder, event);
 }
 
+// Files read as they are know bytes only.
+gboolean SrcEvent(GstVideoDecoder* decoder, GstEvent* event) {
+    const Mp4vDec* const self = Self(decoder);
+    if (GST_EVENT_TYPE(event) == GST_EVENT_SEEK && self->decoding) {
+        if (GstEvent* const seek = self->decoding->SeekUpstream(event)) {
+            gst_event_unref(event);
+            return gst_pad_push_event(decoder->sinkpad, seek);
+        }
+    }
+    return GST_VIDEO_DECODER_CLASS(mp4vdec_parent_class)->src_event(decoder, event);
+}
+
+gboolean SrcQuery(GstVideoDecoder* decoder, GstQuery* query) {
+    const Mp4vDec* const self = Self(decoder);
+    if (GST_VIDEO_DECODER_CLASS(mp4vdec_parent_class)->src_query(decoder, query)) return TRUE;
+    if (GST_QUERY_TYPE(query) != GST_QUERY_DURATION || !self->decoding) return FALSE;
+    GstFormat format = GST_FORMAT_UNDEFINED;
+    gst_query_parse_duration(query, &format, nullptr);
+    gint64 bytes = 0;
+    if (format != GST_FORMAT_TIME || !gst_pad_peer_query_duration(decoder->sinkpad, GST_FORMAT_BYTES, &bytes)) {
+        return FALSE;
+    }
+    const auto time = self->decoding->TimeOf(static_cast<uint64_t>(bytes));
+    if (!time) return FALSE;
+    gst_query_set_duration(query, GST_FORMAT_TIME, static_cast<gint64>(*time));
+    return TRUE;
+}
+
 // The decoder writes whole macroblocks without gaps. Buffers that are padded to them on the right and below take
 // the pictures as they come; only a downstream that looks at the video meta finds its way in them.
 void AlignPool(GstQuery* query, const GstVideoInfo& info) {
@@ -204,7 +233,6 @@ void mp4vdec_init(Mp4vDec* self) {
     GstVideoDecoder* const decoder = &self->parent;
     // Framed buffers, too, go through Parse(): one may hold several pictures.
     gst_video_decoder_set_packetized(decoder, FALSE);
-    gst_video_decoder_set_estimate_rate(decoder, TRUE);
     gst_video_decoder_set_use_default_pad_acceptcaps(decoder, TRUE);
     GST_PAD_SET_ACCEPT_TEMPLATE(GST_VIDEO_DECODER_SINK_PAD(decoder));
 }
@@ -234,8 +262,8 @@ void InstallProperties(GObjectClass* object) {
                              kBeforeStart));
     g_object_class_install_property(
         object, kIntraOnly,
-        g_param_spec_boolean("intra-only", "Intra only",
-                             "Decode predicted pictures, but do not deliver them", FALSE, kAlways));
+        g_param_spec_boolean("intra-only", "Intra only", "Decode predicted pictures, but do not deliver them", FALSE,
+                             kAlways));
 }
 
 void mp4vdec_class_init(Mp4vDecClass* type) {
@@ -250,7 +278,8 @@ void mp4vdec_class_init(Mp4vDecClass* type) {
     gst_caps_unref(pictures);
     gst_element_class_set_static_metadata(
         element, "MPEG-4 Part 2 video decoder", "Codec/Decoder/Video",
-        "Decodes rectangular video (ISO/IEC 14496-2) up to 1920 x 1088, progressive and interlaced, without B-pictures. "
+        "Decodes rectangular video (ISO/IEC 14496-2) up to 1920 x 1088, progressive and interlaced, without "
+        "B-pictures. "
         "Input that is cut anywhere is announced by parsed=false, or by a segment in bytes",
         "the mp4vdec authors");
     gst_type_mark_as_plugin_api(DeblockThresholdType(), static_cast<GstPluginAPIFlags>(0));
@@ -263,11 +292,18 @@ void mp4vdec_class_init(Mp4vDecClass* type) {
     decoder->handle_frame = HandleFrame;
     decoder->flush = Flush;
     decoder->sink_event = SinkEvent;
+    decoder->src_event = SrcEvent;
+    decoder->src_query = SrcQuery;
     decoder->decide_allocation = DecideAllocation;
 }
 
 }  // namespace
 
-GST_ELEMENT_REGISTER_DEFINE_WITH_CODE(mp4vdec, "mp4vdec", GST_RANK_SECONDARY, mp4vdec_get_type(),
-                                      GST_DEBUG_CATEGORY_INIT(mp4vdec_debug, "mp4vdec", 0,
-                                                              "Decoder for MPEG-4 Part 2 video"))
+namespace mp4v {
+
+bool RegisterElement(GstPlugin* plugin) {
+    GST_DEBUG_CATEGORY_INIT(mp4vdec_debug, "mp4vdec", 0, "Decoder for MPEG-4 Part 2 video");
+    return gst_element_register(plugin, "mp4vdec", GST_RANK_SECONDARY, mp4vdec_get_type());
+}
+
+}  // namespace mp4v

@@ -5,8 +5,12 @@
 
 #include <gst/gst.h>
 
+namespace mp4v {
+
 /** Registers the element `mp4vdec` with the plugin. */
-GST_ELEMENT_REGISTER_DECLARE(mp4vdec)
+bool RegisterElement(GstPlugin* plugin);
+
+}  // namespace mp4v
 
 /** Log messages of the plugin: GST_DEBUG=mp4vdec:5. */
 GST_DEBUG_CATEGORY_EXTERN(mp4vdec_debug);

@@ -74,7 +74,8 @@ void Describe(const PictureFormat& format, const GstCaps* stream, GstVideoInfo& 
     DescribeRate(format, told, info);
     DescribeAspect(format, told, info);
     DescribeColorimetry(format, told, info);
-    info.interlace_mode = format.interlaced ? GST_VIDEO_INTERLACE_MODE_INTERLEAVED : GST_VIDEO_INTERLACE_MODE_PROGRESSIVE;
+    info.interlace_mode =
+        format.interlaced ? GST_VIDEO_INTERLACE_MODE_INTERLEAVED : GST_VIDEO_INTERLACE_MODE_PROGRESSIVE;
     GST_VIDEO_INFO_FIELD_ORDER(&info) = format.interlaced ? format.field_order : GST_VIDEO_FIELD_ORDER_UNKNOWN;
 }
 

@@ -46,8 +46,9 @@ struct PictureFormat {
 };
 
 /**
- * Writes a format into the info of I420 pictures of its size. `stream` has the stream's caps, whose words on frame rate,
- * on an aspect ratio other than 1:1 and on colorimetry count more than those of the stream: they are from the container.
+ * Writes a format into the info of I420 pictures of its size. `stream` has the stream's caps, whose words on frame
+ * rate, on an aspect ratio other than 1:1 and on colorimetry count more than those of the stream: they are from the
+ * container.
  */
 void Describe(const PictureFormat& format, const GstCaps* stream, GstVideoInfo& info);
 

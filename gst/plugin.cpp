@@ -9,7 +9,7 @@
 namespace {
 
 gboolean Init(GstPlugin* plugin) {
-    return GST_ELEMENT_REGISTER(mp4vdec, plugin);
+    return mp4v::RegisterElement(plugin);
 }
 
 }  // namespace

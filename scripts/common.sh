@@ -6,8 +6,9 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
 
 build_packages=(g++ cmake ninja-build libcli11-dev libmd-dev libpng-dev libcairo2-dev nlohmann-json3-dev
-    libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
-test_packages=(file clang clang-format libclang-rt-14-dev llvm libgtest-dev libbenchmark-dev)
+    libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
+test_packages=(file clang clang-format libclang-rt-14-dev llvm libgtest-dev libbenchmark-dev
+    gstreamer1.0-plugins-base-apps)
 coverage_packages=(gcovr)
 emulation_packages=(qemu-user-static googletest)
 arm64_packages=(libmd-dev:arm64 libpng-dev:arm64 libbenchmark-dev:arm64)

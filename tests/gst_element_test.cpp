@@ -78,7 +78,8 @@ TEST(GstPlugin, TakesWhatDemuxersAnnounceAndGivesI420) {
         const bool taken = gst_element_factory_can_sink_all_caps(factory.get(), CapsOf(stream.caps).get());
         EXPECT_EQ(stream.taken, taken) << stream.caps;
     }
-    EXPECT_TRUE(gst_element_factory_can_src_all_caps(factory.get(), CapsOf("video/x-raw,format=I420,width=48,height=32,framerate=10/1").get()));
+    EXPECT_TRUE(gst_element_factory_can_src_all_caps(
+        factory.get(), CapsOf("video/x-raw,format=I420,width=48,height=32,framerate=10/1").get()));
     EXPECT_FALSE(gst_element_factory_can_src_any_caps(factory.get(), CapsOf("video/x-raw,format=NV12").get()));
 }
 
@@ -125,7 +126,8 @@ TEST(GstElement, DecodesFramedInputAsItComes) {
 
 TEST(GstElement, FramesAStreamThatIsCutAnywhere) {
     Random random(1);
-    for (const char* const name : {"o02_qcif_camera_q8", "o10_odd120x90_noise", "o28_user_data_frame", "o17_not_coded"}) {
+    for (const char* const name :
+         {"o02_qcif_camera_q8", "o10_odd120x90_noise", "o28_user_data_frame", "o17_not_coded"}) {
         SCOPED_TRACE(name);
         const Bytes stream = ReadStream(name);
         GstDecoder decoder;
@@ -336,7 +338,7 @@ TEST(GstElementCaps, HaveTheColorimetryOfTheSignalTypeElseOfTheSize) {
     EXPECT_EQ("bt709", ColorimetryOf(InfoOf(kMpeg4, FlatStream(large))));
     EXPECT_EQ("bt709", ColorimetryOf(InfoOf(kMpeg4, SignalStream(small, false, 1, 1, 1))));
     EXPECT_EQ("smpte240m", ColorimetryOf(InfoOf(kMpeg4, SignalStream(small, false, 7, 7, 7))));
-    EXPECT_EQ("bt601", ColorimetryOf(InfoOf(kMpeg4, SignalStream(small, false, 2, 2, 2))));      // unspecified
+    EXPECT_EQ("bt601", ColorimetryOf(InfoOf(kMpeg4, SignalStream(small, false, 2, 2, 2))));  // unspecified
     EXPECT_EQ("bt601", ColorimetryOf(InfoOf(kMpeg4, SignalStream(small, false, -1, 0, 0))));
     const GstVideoInfo full = InfoOf(kMpeg4, SignalStream(small, true, 6, 6, 6));
     EXPECT_EQ(GST_VIDEO_COLOR_RANGE_0_255, full.colorimetry.range);
@@ -352,8 +354,8 @@ TEST(GstElementCaps, TellInterlacingAndTheOrderOfTheFields) {
         bool top_first;
     } kStreams[] = {
         {"o06_pal_interlaced", GST_VIDEO_INTERLACE_MODE_INTERLEAVED, GST_VIDEO_FIELD_ORDER_TOP_FIELD_FIRST, true},
-        {"o07_ntsc_interlaced_altscan", GST_VIDEO_INTERLACE_MODE_INTERLEAVED,
-         GST_VIDEO_FIELD_ORDER_BOTTOM_FIELD_FIRST, false},
+        {"o07_ntsc_interlaced_altscan", GST_VIDEO_INTERLACE_MODE_INTERLEAVED, GST_VIDEO_FIELD_ORDER_BOTTOM_FIELD_FIRST,
+         false},
         {"o18_fades", GST_VIDEO_INTERLACE_MODE_PROGRESSIVE, GST_VIDEO_FIELD_ORDER_UNKNOWN, false},
     };
     for (const auto& stream : kStreams) {
@@ -601,7 +603,8 @@ TEST(GstElement, DecodesLatePicturesWithoutDeliveringThem) {
     // A sink that is a second late asks for what comes then.
     const GstClockTime now = 4 * kTenth;
     ASSERT_TRUE(gst_harness_push_upstream_event(
-        decoder.harness(), gst_event_new_qos(GST_QOS_TYPE_UNDERFLOW, 1.5, static_cast<GstClockTimeDiff>(GST_SECOND), now)));
+        decoder.harness(),
+        gst_event_new_qos(GST_QOS_TYPE_UNDERFLOW, 1.5, static_cast<GstClockTimeDiff>(GST_SECOND), now)));
     push(5, 40);
     std::vector<GstClockTime> times;
     for (const DeliveredPicture& picture : decoder.pictures) times.push_back(picture.pts);

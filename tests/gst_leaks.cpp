@@ -11,5 +11,6 @@ const char* __asan_default_options() {
 
 const char* __lsan_default_suppressions() {
     return "leak:libgstisomp4\n"  // the MP4 muxer forgets some of its atoms
-           "leak:call_init\n";    // GLib outgrows the table of names that it makes when it is loaded, and leaves it behind
+           "leak:call_init\n";    // GLib outgrows the table of names that it makes when it is loaded, and leaves it
+                                  // behind
 }

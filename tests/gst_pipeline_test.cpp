@@ -2,6 +2,8 @@
 // Copyright (c) 2026, the mp4vdec authors
 
 // The element behind GStreamer's own demuxers and depayloader, and chosen by GStreamer itself.
+#include "support/gst_pipeline.h"
+
 #include <gst/video/gstvideodecoder.h>
 
 #include <condition_variable>
@@ -9,7 +11,6 @@
 #include <mutex>
 #include <set>
 
-#include "support/gst_pipeline.h"
 #include "support/random.h"
 
 namespace mp4v::test {
@@ -96,7 +97,8 @@ TEST(GstAvi, IsPlayedUnderAllItsUsualNames) {
     const size_t handler = text.find("vids") + 4;
     const size_t compression = text.find("strf") + 8 + 16;
     const TemporaryFolder folder;
-    for (const std::string name : {"XVID", "xvid", "DIVX", "divx", "DX50", "FMP4", "MP4V", "mp4v", "M4S2", "3IV2", "SEDG"}) {
+    for (const std::string name :
+         {"XVID", "xvid", "DIVX", "divx", "DX50", "FMP4", "MP4V", "mp4v", "M4S2", "3IV2", "SEDG"}) {
         SCOPED_TRACE(name);
         std::string renamed = text;
         renamed.replace(handler, 4, name).replace(compression, 4, name);
@@ -144,7 +146,8 @@ TEST(GstPlay, PlaysAFile) {
     const Bytes pictures = ReadBytes(folder.Path("pictures.yuv"));
     const size_t size = 96 * 80 * 3 / 2;
     std::vector<std::string> md5s;
-    for (size_t at = 0; at + size <= pictures.size(); at += size) md5s.push_back(Md5(std::span(pictures).subspan(at, size)));
+    for (size_t at = 0; at + size <= pictures.size(); at += size)
+        md5s.push_back(Md5(std::span(pictures).subspan(at, size)));
     EXPECT_EQ(RecordedMd5s(kShort.name), md5s);
 }
 
@@ -159,8 +162,7 @@ struct OtherDecoderClass {
 G_DEFINE_TYPE(OtherDecoder, other_decoder, GST_TYPE_VIDEO_DECODER)
 
 gboolean OtherSetFormat(GstVideoDecoder* decoder, GstVideoCodecState* state) {
-    gst_video_codec_state_unref(
-        gst_video_decoder_set_output_state(decoder, GST_VIDEO_FORMAT_I420, 16, 16, state));
+    gst_video_codec_state_unref(gst_video_decoder_set_output_state(decoder, GST_VIDEO_FORMAT_I420, 16, 16, state));
     return TRUE;
 }
 
@@ -196,8 +198,7 @@ TEST(GstAutoplugging, GoesOnToAnotherDecoderAfterARefusal) {
         EXPECT_EQ(supported ? RecordedMd5s(name) : std::vector<std::string>(md5s.size(), painted), md5s);
         EXPECT_GE(md5s.size(), 10u);
     }
-    gst_registry_remove_feature(gst_registry_get(),
-                                gst_registry_lookup_feature(gst_registry_get(), "otherdec"));
+    gst_registry_remove_feature(gst_registry_get(), gst_registry_lookup_feature(gst_registry_get(), "otherdec"));
 }
 
 // ---- RTP over loopback
@@ -273,8 +274,10 @@ std::vector<ShownPicture> SendAndReceive(const Clip& clip, LossyLink& link, std:
     gint port = 0;
     g_object_get(receiver.Find("receiver").get(), "port", &port, nullptr);
 
-    Pipeline sender("appsrc name=source format=time ! rtpmp4vpay name=payloader mtu=100 config-interval=-1 ! "
-                    "identity name=lossy ! udpsink host=127.0.0.1 sync=false async=false port=" + std::to_string(port));
+    Pipeline sender(
+        "appsrc name=source format=time ! rtpmp4vpay name=payloader mtu=100 config-interval=-1 ! "
+        "identity name=lossy ! udpsink host=127.0.0.1 sync=false async=false port=" +
+        std::to_string(port));
     AddProbe(sender, "lossy", LossyLink::OnSend, link);
     const Ref<GstElement> source = sender.Find("source");
     gst_app_src_set_caps(GST_APP_SRC(source.get()), clip.caps().get());

@@ -50,8 +50,7 @@ class GstScenario : public testing::TestWithParam<Container> {
         ASSERT_TRUE(gst_element_seek(pipeline_->element(), rate, GST_FORMAT_TIME,
                                      static_cast<GstSeekFlags>(GST_SEEK_FLAG_FLUSH | flags), GST_SEEK_TYPE_SET,
                                      static_cast<gint64>(start), GST_SEEK_TYPE_SET, static_cast<gint64>(stop)));
-        ASSERT_EQ(GST_STATE_CHANGE_SUCCESS,
-                  gst_element_get_state(pipeline_->element(), nullptr, nullptr, kPatience));
+        ASSERT_EQ(GST_STATE_CHANGE_SUCCESS, gst_element_get_state(pipeline_->element(), nullptr, nullptr, kPatience));
     }
 
     // In the middle of a picture, so that rounding does not matter.
@@ -175,6 +174,15 @@ TEST_P(GstScenario, PlaysAtOtherSpeeds) {
     }
 }
 
+TEST_P(GstScenario, LeapsFromIntraPictureToIntraPicture) {
+    pipeline_->Set(GST_STATE_PAUSED);
+    Seek(4.0, static_cast<GstSeekFlags>(GST_SEEK_FLAG_TRICKMODE | GST_SEEK_FLAG_TRICKMODE_KEY_UNITS), 0);
+    pipeline_->Set(GST_STATE_PLAYING);
+    std::vector<std::string> intra;
+    for (size_t i = 0; i < kPictures; i += kGroup) intra.push_back(wanted_[i]);
+    EXPECT_EQ(intra, Md5sOf(pipeline_->PullAll()));
+}
+
 TEST_P(GstScenario, PlaysBackwards) {
     pipeline_->Set(GST_STATE_PAUSED);
     Seek(-1.0, GST_SEEK_FLAG_ACCURATE, 0, kClip.Time(kPictures));
@@ -220,6 +228,30 @@ TEST_P(GstScenario, ChangesStatesInALoop) {
 INSTANTIATE_TEST_SUITE_P(Kinds, GstScenario,
                          testing::Values(Container{"avimux", "avidemux", "clip.avi"},
                                          Container{"mp4mux", "qtdemux", "clip.mp4"}));
+
+// A file without any index: the place of a time is guessed from the bytes, and the next intra picture is shown.
+TEST(GstScenarioOfAnElementaryStream, SeeksByGuessing) {
+    const std::vector<std::string> wanted = RecordedMd5s(kClip.name);
+    const Pipeline pipeline("filesrc location=" + StreamPath(kClip.name) +
+                            ".m4v blocksize=512 ! typefind ! mp4vdec ! appsink name=sink sync=false wait-on-eos=false");
+    pipeline.Set(GST_STATE_PLAYING);
+    EXPECT_EQ(wanted, Md5sOf(pipeline.PullAll()));
+    EXPECT_EQ(kPictures * kClip.Time(1), pipeline.Duration());
+    for (const size_t picture : {30u, 5u, 20u, 0u}) {
+        SCOPED_TRACE(picture);
+        ASSERT_TRUE(gst_element_seek_simple(pipeline.element(), GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH,
+                                            static_cast<gint64>(kClip.Time(picture))));
+        const std::vector<ShownPicture> pictures = pipeline.PullAll();
+        ASSERT_FALSE(pictures.empty());
+        const size_t first = wanted.size() - pictures.size();
+        EXPECT_EQ(0u, first % kGroup);
+        EXPECT_LE(first, picture + 2 * kGroup);
+        EXPECT_GE(first + 2 * kGroup, picture);
+        EXPECT_EQ(std::vector(wanted.begin() + static_cast<ptrdiff_t>(first), wanted.end()), Md5sOf(pictures));
+        for (size_t i = 1; i < pictures.size(); i++) EXPECT_GT(pictures[i].pts, pictures[i - 1].pts);
+        EXPECT_GE(pictures.front().pts, pictures.front().segment.start);
+    }
+}
 
 }  // namespace
 }  // namespace mp4v::test

@@ -24,8 +24,7 @@ struct DeliveredPicture {
 
 class GstDecoder {
   public:
-    GstDecoder()
-        : harness_(gst_harness_new("mp4vdec")), bus_(gst_bus_new()) {
+    GstDecoder() : harness_(gst_harness_new("mp4vdec")), bus_(gst_bus_new()) {
         gst_element_set_bus(harness_->element, bus_.get());
         gst_harness_set_drop_buffers(harness_, TRUE);
         const Ref<GstPad> pad(gst_element_get_static_pad(harness_->element, "src"));
@@ -108,8 +107,11 @@ class GstDecoder {
 
     void Note(GstBuffer* buffer) {
         ASSERT_TRUE(current_) << "a picture before any caps";
-        DeliveredPicture picture{GST_BUFFER_PTS(buffer), GST_BUFFER_DURATION(buffer), GST_BUFFER_FLAGS(buffer),
-                                 Md5(PackedSamples(buffer, current_.get())), {}};
+        DeliveredPicture picture{GST_BUFFER_PTS(buffer),
+                                 GST_BUFFER_DURATION(buffer),
+                                 GST_BUFFER_FLAGS(buffer),
+                                 Md5(PackedSamples(buffer, current_.get())),
+                                 {}};
         gst_video_info_from_caps(&picture.info, current_.get());
         pictures.push_back(picture);
     }

@@ -149,7 +149,8 @@ struct Clip {
     }
     Ref<GstCaps> caps() const {
         return CapsOf("video/mpeg,mpegversion=(int)4,systemstream=(boolean)false,width=(int)" + std::to_string(width) +
-                          ",height=(int)" + std::to_string(height) + ",framerate=(fraction)" + std::to_string(rate) + "/1",
+                          ",height=(int)" + std::to_string(height) + ",framerate=(fraction)" + std::to_string(rate) +
+                          "/1",
                       headers());
     }
 };
