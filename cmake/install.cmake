@@ -19,16 +19,12 @@ endfunction()
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT licence)
 install(FILES ${PROJECT_SOURCE_DIR}/include/mp4vdec.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 
-set_target_properties(mp4vdec_shared PROPERTIES EXPORT_NAME mp4vdec)
-set_target_properties(mp4vdec_static PROPERTIES EXPORT_NAME static)
 install(TARGETS mp4vdec_shared mp4vdec_static EXPORT mp4vdec
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT dev
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 install(FILES ${PROJECT_SOURCE_DIR}/include/mp4vdec.hpp DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
-set_target_properties(mp4vdec_host PROPERTIES EXPORT_NAME host_archive)
-set_target_properties(mp4vdec_hosted PROPERTIES EXPORT_NAME host)
 install(TARGETS mp4vdec_host mp4vdec_hosted EXPORT mp4vdec
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
@@ -36,8 +32,19 @@ install(TARGETS mp4vdec_host mp4vdec_hosted EXPORT mp4vdec
 install(EXPORT mp4vdec NAMESPACE mp4vdec:: FILE mp4vdecConfig.cmake DESTINATION ${MP4VDEC_CMAKE_DIR} COMPONENT dev)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/mp4vdecConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/mp4vdecConfigVersion.cmake DESTINATION ${MP4VDEC_CMAKE_DIR} COMPONENT dev)
-configure_file(${PROJECT_SOURCE_DIR}/cmake/mp4vdec.pc.in ${PROJECT_BINARY_DIR}/mp4vdec.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/mp4vdec.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+# What is installed may be moved, except in the system's own folders, where pkg-config knows paths by their names.
+set(pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(MP4VDEC_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+else()
+  string(REGEX REPLACE "[^/]+" ".." up ${pc_dir})
+  set(MP4VDEC_PC_PREFIX "\${pcfiledir}/${up}")
+endif()
+foreach(name mp4vdec mp4vhost)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${pc_dir} COMPONENT dev)
+endforeach()
 
 if(TARGET mp4vdec_player)
   install(TARGETS mp4vdec_player RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
