@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "gst/decoding.h"
 
@@ -120,8 +121,10 @@ gboolean Start(GstVideoDecoder* decoder) {
 
 gboolean Stop(GstVideoDecoder* decoder) {
     Mp4vDec* const self = Self(decoder);
-    delete self->decoding;
+    GST_OBJECT_LOCK(self);
+    const std::unique_ptr<mp4v::Decoding> decoding(self->decoding);
     self->decoding = nullptr;
+    GST_OBJECT_UNLOCK(self);
     return TRUE;
 }
 
@@ -160,11 +163,24 @@ gboolean SinkEvent(GstVideoDecoder* decoder, GstEvent* event) {
     return GST_VIDEO_DECODER_CLASS(mp4vdec_parent_class)->sink_event(decoder, event);
 }
 
-// Files read as they are know bytes only.
+// Files read as they are know bytes only. Applications ask and seek from their own threads, even during a stop.
+GstEvent* SeekUpstream(Mp4vDec* self, GstEvent* event) {
+    GST_OBJECT_LOCK(self);
+    GstEvent* const seek = self->decoding ? self->decoding->SeekUpstream(event) : nullptr;
+    GST_OBJECT_UNLOCK(self);
+    return seek;
+}
+
+std::optional<GstClockTime> TimeOf(Mp4vDec* self, uint64_t bytes) {
+    GST_OBJECT_LOCK(self);
+    const auto time = self->decoding ? self->decoding->TimeOf(bytes) : std::nullopt;
+    GST_OBJECT_UNLOCK(self);
+    return time;
+}
+
 gboolean SrcEvent(GstVideoDecoder* decoder, GstEvent* event) {
-    const Mp4vDec* const self = Self(decoder);
-    if (GST_EVENT_TYPE(event) == GST_EVENT_SEEK && self->decoding) {
-        if (GstEvent* const seek = self->decoding->SeekUpstream(event)) {
+    if (GST_EVENT_TYPE(event) == GST_EVENT_SEEK) {
+        if (GstEvent* const seek = SeekUpstream(Self(decoder), event)) {
             gst_event_unref(event);
             return gst_pad_push_event(decoder->sinkpad, seek);
         }
@@ -173,16 +189,15 @@ gboolean SrcEvent(GstVideoDecoder* decoder, GstEvent* event) {
 }
 
 gboolean SrcQuery(GstVideoDecoder* decoder, GstQuery* query) {
-    const Mp4vDec* const self = Self(decoder);
     if (GST_VIDEO_DECODER_CLASS(mp4vdec_parent_class)->src_query(decoder, query)) return TRUE;
-    if (GST_QUERY_TYPE(query) != GST_QUERY_DURATION || !self->decoding) return FALSE;
+    if (GST_QUERY_TYPE(query) != GST_QUERY_DURATION) return FALSE;
     GstFormat format = GST_FORMAT_UNDEFINED;
     gst_query_parse_duration(query, &format, nullptr);
     gint64 bytes = 0;
     if (format != GST_FORMAT_TIME || !gst_pad_peer_query_duration(decoder->sinkpad, GST_FORMAT_BYTES, &bytes)) {
         return FALSE;
     }
-    const auto time = self->decoding->TimeOf(static_cast<uint64_t>(bytes));
+    const auto time = TimeOf(Self(decoder), static_cast<uint64_t>(bytes));
     if (!time) return FALSE;
     gst_query_set_duration(query, GST_FORMAT_TIME, static_cast<gint64>(*time));
     return TRUE;

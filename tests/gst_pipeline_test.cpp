@@ -201,6 +201,22 @@ TEST(GstAutoplugging, GoesOnToAnotherDecoderAfterARefusal) {
     gst_registry_remove_feature(gst_registry_get(), gst_registry_lookup_feature(gst_registry_get(), "otherdec"));
 }
 
+TEST(GstAutoplugging, EndsInAnErrorWhenTheRefusalComesTooLate) {
+    const TemporaryFolder folder;
+    Mux({"r02_data_partitioned", 176, 144, 25}, "avimux",
+        folder.Path("clip.avi"));  // its headers come with the pictures
+    const Pipeline pipeline(Source(folder.Path("clip.avi")) + "decodebin ! appsink name=sink sync=false");
+    gst_element_set_state(pipeline.element(), GST_STATE_PLAYING);
+    const Ref<GstMessage> message(gst_bus_timed_pop_filtered(
+        pipeline.bus(), kPatience, static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR)));
+    ASSERT_TRUE(message);
+    ASSERT_EQ(GST_MESSAGE_ERROR, GST_MESSAGE_TYPE(message.get()));
+    const Complaint error = ComplaintOf(message.get());
+    EXPECT_EQ(GST_STREAM_ERROR, error.domain);
+    EXPECT_EQ(GST_STREAM_ERROR_WRONG_TYPE, error.code);
+    EXPECT_NE(std::string::npos, error.text.find("ERR_VID_MPEG4DEC_UNSUPPORT_DP")) << error.text;
+}
+
 // ---- RTP over loopback
 
 // Loses packets of a payloader as a list of numbers wants it, and knows what that does to the pictures.

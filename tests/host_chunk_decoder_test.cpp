@@ -2,6 +2,8 @@
 // Copyright (c) 2026, the mp4vdec authors
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "host/chunk_decoder.h"
 #include "host/splitter.h"
 #include "host/status.h"
@@ -126,6 +128,27 @@ TEST(HostChunkDecoder, GivesTheUpperLeftPartOfTheWholeMacroblocks) {
     ExpectUpperLeft(whole, 32, picture.planes[2], 64 * 48 * 5 / 4);
     EXPECT_EQ(51u * 35u + 2 * 26u * 18u, picture.Pack().size());
     EXPECT_EQ(picture.Pack().size(), picture.packed_size());
+}
+
+TEST(HostChunkDecoder, DecodesIntoMemoryOfTheCallerThatIsLargeEnough) {
+    const VolHeader vol = LayerOf(50, 35);
+    const size_t whole = 64 * 48 * 3 / 2;
+    ChunkDecoder session;
+    for (const size_t size : {whole, whole + 100, whole - 1}) {
+        Bytes memory(size, 7);
+        const DecodeResult result = session.DecodeInto(memory, FlatChunk(vol, 110));
+        ExpectFlat(result, 50, 35, 110);
+        EXPECT_EQ(size >= whole, result.picture.planes[0].samples == memory.data());
+        EXPECT_EQ(size < whole, memory.front() == 7);
+        EXPECT_TRUE(std::all_of(memory.begin() + static_cast<ptrdiff_t>(size < whole ? 0 : whole), memory.end(),
+                                [](uint8_t byte) { return byte == 7; }));
+    }
+    // A decoder that is open for more may write more.
+    ExpectFlat(session.Decode(FlatChunk(LayerOf(80, 80), 120)), 80, 80, 120);
+    Bytes memory(whole);
+    const DecodeResult result = session.DecodeInto(memory, FlatChunk(vol, 110));
+    ExpectFlat(result, 50, 35, 110);
+    EXPECT_NE(memory.data(), result.picture.planes[0].samples);
 }
 
 TEST(HostChunkDecoder, OpensOnceForTheSizeOfTheLayer) {
