@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: BSD-2-Clause
 # Copyright (c) 2026, the mp4vdec authors
 
-# Debian packages of the three components, made by cpack; scripts/packages configures for them and checks them. Paths go
+# Debian packages of the components, made by cpack; scripts/packages configures for them and checks them. Paths go
 # into the files that are installed, so there are packages only of what is configured for /usr,
 # and only with the player.
 if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr" OR NOT TARGET mp4vdec_player)
@@ -12,6 +12,9 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # else it comes before every description
 set(CPACK_COMPONENTS_ALL library dev tools)
+if(TARGET mp4vdec_gst)
+  list(APPEND CPACK_COMPONENTS_ALL gstreamer)
+endif()
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -76,6 +79,13 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION "decoder for MPEG-4 Part 2 video - command-li
 ${about}
 This package contains mp4vdec, which writes the pictures of a stream as Y4M
 or raw video, their MD5, or a contact sheet.")
+
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-mp4vdec)
+set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION video)
+set(CPACK_DEBIAN_GSTREAMER_DESCRIPTION "decoder for MPEG-4 Part 2 video - GStreamer plugin
+${about}
+This package contains a plugin with the element mp4vdec, by which GStreamer's
+players and pipelines decode this format.")
 
 mp4vdec_gzip(changelog changelog_gz)
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
