@@ -163,9 +163,9 @@ GstEvent* Decoding::SeekUpstream(GstEvent* event) const {
     gint64 start = 0;
     gint64 stop = 0;
     gst_event_parse_seek(event, &rate, &format, &flags, &start_type, &start, &stop_type, &stop);
-    if (!segment_in_bytes_ || format != GST_FORMAT_TIME || rate <= 0 || start_type != GST_SEEK_TYPE_SET || start < 0) {
-        return nullptr;
-    }
+    const bool plain =
+        rate > 0 && start_type == GST_SEEK_TYPE_SET && start >= 0 && (stop_type == GST_SEEK_TYPE_NONE || stop < 0);
+    if (!segment_in_bytes_ || format != GST_FORMAT_TIME || !plain) return nullptr;
     const uint64_t bytes = seen_bytes_;
     const uint64_t time = seen_time_;
     if (time == 0) return nullptr;
@@ -235,8 +235,9 @@ GstFlowReturn Decoding::Handle(GstVideoCodecFrame* frame) {
 // Headers in a buffer of their own, or a placeholder for a picture that was never coded.
 GstFlowReturn Decoding::HandleHeaders(const Input& input) {
     const uint32_t status = Decode(input, {}, true).status;
-    const bool garbage = input.bytes.size() >= kStartCodeSize && FindStartCode(input.bytes, 0) == input.bytes.size();
-    if (IsOutOfMemory(status) || IsOutsideOfSubset(status) || garbage) return Fail(input, status);
+    const bool no_start_code = FindStartCode(input.bytes, 0) == input.bytes.size();
+    const bool damaged = input.headers.vop_position || (no_start_code && input.bytes.size() >= kStartCodeSize);
+    if (IsOutOfMemory(status) || IsOutsideOfSubset(status) || damaged) return Fail(input, status);
     gst_video_decoder_release_frame(element_, input.frame);
     return GST_FLOW_OK;
 }
@@ -248,18 +249,14 @@ GstFlowReturn Decoding::HandlePicture(const Input& input) {
 
     const bool hide = Hides(input);
     const bool in_place = !hide && KeepsFormat(input);
-    GstFlowReturn flow = GST_FLOW_OK;
-    DecodeResult decoded;
     if (in_place) {
-        flow = gst_video_decoder_allocate_output_frame(element_, input.frame);
+        const GstFlowReturn flow = gst_video_decoder_allocate_output_frame(element_, input.frame);
         if (flow != GST_FLOW_OK) {
             gst_video_decoder_drop_frame(element_, input.frame);
             return flow;
         }
-        decoded = DecodeInPlace(input);
-    } else {
-        decoded = Decode(input, {}, hide);
     }
+    const DecodeResult decoded = in_place ? DecodeInPlace(input) : Decode(input, {}, hide);
     if (decoded.status != MP4VDEC_OK) return Fail(input, decoded.status);
     return Deliver(input, decoded);
 }
@@ -281,19 +278,20 @@ DecodeResult Decoding::Decode(const Input& input, std::span<uint8_t> memory, boo
 
 // Into the buffer for downstream. Where its layout does not allow that, the picture is copied there.
 DecodeResult Decoding::DecodeInPlace(const Input& input) {
-    DecodeResult decoded;
     const FrameMap map(input.frame->output_buffer, OutputInfo(), static_cast<GstMapFlags>(GST_MAP_READWRITE));
     const std::span<uint8_t> memory =
         map ? map.CompactMemory(RoundUpTo16(format_->width), RoundUpTo16(format_->height)) : std::span<uint8_t>();
-    decoded = Decode(input, memory, false);
-    const uint8_t* const luma = decoded.picture.planes[0].samples;
-    if (decoded.has_picture && luma != memory.data() && !Copy(decoded.picture, map)) decoded.has_picture = false;
+    DecodeResult decoded = Decode(input, memory, false);
+    if (!decoded.has_picture) return decoded;
+    const bool in_place = decoded.picture.planes[0].samples == memory.data();
+    const bool fits = decoded.picture.width == format_->width && decoded.picture.height == format_->height;
+    decoded.has_picture = map && fits && (in_place || Copy(decoded.picture, map));
     return decoded;
 }
 
 GstFlowReturn Decoding::Deliver(const Input& input, const DecodeResult& decoded) {
     if (!decoded.has_picture && !decoded.hidden) {
-        const GstFlowReturn flow = ReportDamage("the layer header tells a picture without samples", "OK");
+        const GstFlowReturn flow = ReportDamage("its size is not what its layer header tells", "OK");
         gst_video_decoder_drop_frame(element_, input.frame);
         return flow;
     }
@@ -485,7 +483,7 @@ GstFlowReturn Decoding::Fail(const Input& input, uint32_t status) {
 bool Decoding::IsUnsupported(const Input& input) {
     const bool has_headers = input.headers.vop_position.value_or(1) > 0;
     // Plain pictures are refused only as what follows a refused layer.
-    const bool by_itself = has_headers || input.CodingType() > kPredicted;
+    const bool by_itself = has_headers || (input.HasPicture() && input.CodingType() > kPredicted);
     if (by_itself) refusals_++;
     return refusals_ > (has_decoded_ ? kToleratedRefusals : 0);
 }

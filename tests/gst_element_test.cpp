@@ -703,6 +703,21 @@ TEST(GstElementDamage, TellsOfGapsByTheFlagOfWhatFollows) {
     }
 }
 
+TEST(GstElementDamage, LeavesOutWhatIsNoPictureAtAll) {
+    const std::vector<Bytes> chunks = Split(ReadStream("oq30_sweep"));
+    const Bytes cut_off{0, 0, 1, kVopCode};
+    const Bytes garbage(100, 0x55);
+    GstDecoder decoder;
+    decoder.SetCaps(kMpeg4);
+    ASSERT_EQ(GST_FLOW_OK, decoder.Push(chunks[0], 0));
+    ASSERT_EQ(GST_FLOW_OK, decoder.Push(cut_off, kTenth));
+    ASSERT_EQ(GST_FLOW_OK, decoder.Push(garbage, 2 * kTenth));
+    ASSERT_EQ(GST_FLOW_OK, decoder.Push(chunks[0], 3 * kTenth));
+    const std::string first = RecordedMd5s("oq30_sweep")[0];
+    EXPECT_EQ((std::vector{first, first}), decoder.Md5s());
+    EXPECT_EQ(2u, decoder.warnings().size());
+}
+
 // Whatever is in the bytes, there is an answer, and the next good stream is decoded as ever.
 TEST(GstElementDamage, SurvivesAnyBytes) {
     Random random(7);
@@ -789,6 +804,21 @@ INSTANTIATE_TEST_SUITE_P(Streams, GstElementRefusal,
                                          Refusal{"r10_grayscale_shape", "ERR_VID_MPEG4DEC_UNSUPPORT_SHAPE"},
                                          Refusal{"r11_type_indication", "ERR_VID_MPEG4DEC_UNSUPPORT_VOTYPEID"},
                                          Refusal{"r12_oversize", "ERR_VID_MPEG4DEC_OVER_MAXSUPPORT_SIZE"}));
+
+TEST(GstElementRefusals, GoOnBehindARefusedLayer) {
+    const Bytes cut_off{0, 0, 1, kVopCode};
+    const std::vector<Bytes> good = Split(ReadStream("oq30_sweep"));
+    const std::vector<Bytes> refused = Split(ReadStream("r02_data_partitioned"));
+    GstDecoder decoder;
+    decoder.SetCaps(kMpeg4);
+    ASSERT_EQ(GST_FLOW_OK, decoder.Push(good[0], 0));
+    ASSERT_EQ(GST_FLOW_OK, decoder.Push(refused[0], kTenth));  // it may be damage
+    ASSERT_EQ(GST_FLOW_OK, decoder.Push(cut_off, 2 * kTenth));
+    ASSERT_EQ(GST_FLOW_OK, decoder.Push(refused[1], 2 * kTenth));
+    EXPECT_EQ(1u, decoder.pictures.size());
+    ASSERT_EQ(GST_FLOW_ERROR, decoder.Push(refused[0], 3 * kTenth));
+    ExpectRefusal(decoder, "ERR_VID_MPEG4DEC_UNSUPPORT_DP");
+}
 
 TEST(GstElementRefusals, SpareAStreamWithOneStrangePicture) {
     GstDecoder decoder;
