@@ -157,6 +157,11 @@ gboolean Flush(GstVideoDecoder* decoder) {
     return TRUE;
 }
 
+// No picture waits for another.
+GstFlowReturn Drain(GstVideoDecoder* /*decoder*/) {
+    return GST_FLOW_OK;
+}
+
 gboolean SinkEvent(GstVideoDecoder* decoder, GstEvent* event) {
     Mp4vDec* const self = Self(decoder);
     if (GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT && self->decoding) event = self->decoding->OnSegment(event);
@@ -306,6 +311,8 @@ void mp4vdec_class_init(Mp4vDecClass* type) {
     decoder->parse = Parse;
     decoder->handle_frame = HandleFrame;
     decoder->flush = Flush;
+    decoder->drain = Drain;
+    decoder->finish = Drain;
     decoder->sink_event = SinkEvent;
     decoder->src_event = SrcEvent;
     decoder->src_query = SrcQuery;
