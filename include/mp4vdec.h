@@ -31,7 +31,7 @@ extern "C" {
  * @ref pas8MP4DecSelfAnalyzeErrorCode.
  * @{
  */
-#define MP4VDEC_OK UINT32_C(0)
+#define MP4VDEC_OK UINT32_C(0)            /**< success */
 #define MP4VDEC_END_OF_STREAM UINT32_C(1) /**< Mp4vDecoderProcess() was told that no data follow */
 
 #define ERR_VID_MPEG4DEC_START_VALUE UINT32_C(0xA2C00000)            /**< table start, never returned */
@@ -77,7 +77,10 @@ extern "C" {
 #define MP4VDEC_ANALYZE_SMALL_BUFFER UINT32_C(0xE0000002) /**< Mp4vDecoderAnalyzeErrorCode(): buffer too small */
 /** @} */
 
-/** @name Control flags of a chunk (Mp4vDecInArgs::u32CtrlFlags) @{ */
+/**
+ * @name Control flags of a chunk (Mp4vDecInArgs::u32CtrlFlags)
+ * @{
+ */
 #define MP4VDEC_CTRL_DEBLOCK_MASK UINT32_C(0x0F) /**< 0..2: deblock above quantiser 10; 3..15: above 30 */
 #define MP4VDEC_CTRL_INTRA_ONLY UINT32_C(0x10)   /**< decode P-VOPs without writing them out */
 #define MP4VDEC_CTRL_DEINTERLACE UINT32_C(0x20)  /**< deinterlace pictures of 352, 704 or 720 x 480 or 576 */
@@ -85,9 +88,8 @@ extern "C" {
 
 #define MP4VDEC_CODEC_ID UINT32_C(5) /**< codec identifier of the descriptor and of Mp4vDecStatus */
 
-/** Largest picture that any VOL may announce, in luma samples. */
-#define MP4VDEC_MAX_WIDTH 1920
-#define MP4VDEC_MAX_HEIGHT 1088
+#define MP4VDEC_MAX_WIDTH 1920  /**< largest width that any VOL may announce, in luma samples */
+#define MP4VDEC_MAX_HEIGHT 1088 /**< largest height that any VOL may announce, in luma samples */
 
 /** Bytes behind a chunk that must be readable; their content does not matter. */
 #define MP4VDEC_CHUNK_PADDING 8
@@ -122,9 +124,9 @@ typedef struct Mp4vDecOutArgs {
     uint8_t u8EndOfStream;    /**< set to 1 when the input said so, else left as it was */
 } Mp4vDecOutArgs;
 
-#define MP4VDEC_PIC_INTRA UINT32_C(1)
-#define MP4VDEC_PIC_PREDICTED UINT32_C(2)
-#define MP4VDEC_PIC_NOT_CODED UINT32_C(3)
+#define MP4VDEC_PIC_INTRA UINT32_C(1)     /**< decoded by itself */
+#define MP4VDEC_PIC_PREDICTED UINT32_C(2) /**< decoded from the one before */
+#define MP4VDEC_PIC_NOT_CODED UINT32_C(3) /**< the one before, again */
 
 /** What Mp4vDecoderGetStatus() reports. */
 typedef struct Mp4vDecStatus {
@@ -179,7 +181,10 @@ MP4VDEC_API uint32_t Mp4vDecoderClose(void* pvHandle);
 /**
  * Reads the headers of a chunk without decoding its VOP, to learn the picture size.
  *
- * @param ptIn only pu8Buf and u32BufLen are used
+ * @param pvHandle    the instance
+ * @param ptIn        only pu8Buf and u32BufLen are used
+ * @param pu32Width   receives the luma columns
+ * @param pu32Height  receives the luma rows
  * @return the error of the first refused header (outputs untouched); PROC_INPUT_POINT for a null argument;
  *         otherwise the height, which callers take for success
  */
@@ -191,7 +196,8 @@ MP4VDEC_API uint32_t Mp4vDecoderSetParams(void* pvHandle, void* pvParams);
 /**
  * Writes the version banner (70 characters and a terminating zero).
  *
- * @param s32Size   bytes in ps8Buf, at least 100
+ * @param ps8Buf     receives the text
+ * @param s32Size    bytes in ps8Buf, at least 100
  * @param ps32Length receives 70
  * @return 0, or GET_VERSION when s32Size is below 100 or a pointer is null
  */
@@ -206,8 +212,10 @@ MP4VDEC_API uint32_t Mp4vDecoderDebug(void* pvHandle, void* pvArgs);
 /**
  * Writes the name of a status code.
  *
+ * @param u32Code the status
  * @param s32Size capacity of ps8Buf minus one: a name of exactly s32Size characters is accepted and its
  *                terminating zero goes to ps8Buf[s32Size]
+ * @param ps8Buf  receives the name
  * @return 0; MP4VDEC_ANALYZE_UNKNOWN_CODE; MP4VDEC_ANALYZE_SMALL_BUFFER (also for a null buffer)
  */
 MP4VDEC_API uint32_t Mp4vDecoderAnalyzeErrorCode(uint32_t u32Code, int32_t s32Size, char* ps8Buf);
@@ -222,14 +230,23 @@ MP4VDEC_API uint32_t Mp4vDecoderGetMemSize(const Mp4vDecOpenParams* ptParams, ui
 
 /** The entry points, in the order in which hosts call through the table. */
 typedef struct VidDecFuncs {
+    /** Mp4vDecoderOpen() */
     uint32_t (*pfOpen)(void** ppvHandle, const Mp4vDecOpenParams* ptParams, void* pvMemCtx);
+    /** Mp4vDecoderProcess() */
     uint32_t (*pfProcess)(void* pvHandle, const Mp4vDecInArgs* ptIn, Mp4vDecOutArgs* ptOut);
+    /** Mp4vDecoderClose() */
     uint32_t (*pfClose)(void* pvHandle);
+    /** Mp4vDecoderSetParams() */
     uint32_t (*pfSetParams)(void* pvHandle, void* pvParams);
+    /** Mp4vDecoderGetVersion() */
     uint32_t (*pfGetVersion)(char* ps8Buf, int32_t s32Size, int32_t* ps32Length);
+    /** Mp4vDecoderGetStatus() */
     uint32_t (*pfGetStatus)(void* pvHandle, Mp4vDecStatus* ptStatus);
+    /** Mp4vDecoderDebug() */
     uint32_t (*pfDebug)(void* pvHandle, void* pvArgs);
+    /** Mp4vDecoderAnalyzeErrorCode() */
     uint32_t (*pfAnalyzeErrorCode)(uint32_t u32Code, int32_t s32Size, char* ps8Buf);
+    /** Mp4vDecoderGetMemSize() */
     uint32_t (*pfGetMemSize)(const Mp4vDecOpenParams* ptParams, uint32_t* pu32Size);
 } VidDecFuncs;
 
@@ -240,7 +257,9 @@ typedef struct VidDecDescriptor {
     const char* ps8Name;        /**< "MPEG4_DEC" */
 } VidDecDescriptor;
 
+/** The entry points. */
 extern MP4VDEC_API const VidDecFuncs tMp4vDec;
+/** The descriptor. */
 extern MP4VDEC_API const VidDecDescriptor tVidDec_MPEG4;
 /** The one symbol that a host looks up. */
 extern MP4VDEC_API const VidDecDescriptor* const ptVidDec_MPEG4;

@@ -42,69 +42,76 @@
 #include <string_view>
 #include <vector>
 
+/** @brief Everything of the C++ interface. */
 namespace mp4v {
 
+/** How a picture is coded. */
 enum class PictureType : uint32_t { kIntra = 1, kPredicted = 2, kNotCoded = 3 };
 
+/** Samples of one component. */
 struct PlaneView {
-    const uint8_t* samples = nullptr;
-    uint32_t width = 0;
-    uint32_t height = 0;
-    size_t pitch = 0;  // bytes from one row to the next
+    const uint8_t* samples = nullptr;  ///< the first row
+    uint32_t width = 0;                ///< columns
+    uint32_t height = 0;               ///< rows
+    size_t pitch = 0;                  ///< bytes from one row to the next
 };
 
 /** A decoded picture, cropped to the stream's own size, planar 4:2:0; chroma of odd sizes is rounded up. */
 struct Picture {
-    PictureType type = PictureType::kIntra;
-    uint32_t width = 0;
-    uint32_t height = 0;
-    std::array<PlaneView, 3> planes;  // Y, U, V
+    PictureType type = PictureType::kIntra;  ///< of this picture
+    uint32_t width = 0;                      ///< luma columns
+    uint32_t height = 0;                     ///< luma rows
+    std::array<PlaneView, 3> planes;         ///< Y, U, V
 
     /** Y, U and V without gaps. */
     std::vector<uint8_t> Pack() const;
+    /** Bytes that Pack() gives. */
     size_t packed_size() const;
 };
 
 /** What is wrong with a chunk. */
 struct Error {
-    uint32_t status = 0;  // of the decoder, see mp4vdec.h; 0: it found nothing wrong
-    std::string text;     // a plain sentence without a full stop; empty: no error
+    uint32_t status = 0;  ///< of the decoder, see mp4vdec.h; 0: it found nothing wrong
+    std::string text;     ///< a plain sentence without a full stop; empty: no error
 
     /** The decoder's name for the status. */
     std::string name() const;
+    /** Whether there is an error. */
     explicit operator bool() const { return !text.empty(); }
 };
 
 /** What became of one chunk: any headers, then at most one picture. */
 struct Result {
-    uint64_t number = 0;  // of the chunk, from 0
-    uint64_t offset = 0;  // of its first byte among all that were fed
-    bool coded = false;   // there is a picture in it, decoded or not
-    std::span<const uint8_t> bytes;  // of the chunk, valid until the iterator moves on
-    Error error;
-    std::optional<Picture> picture;  // its samples are valid until the iterator moves on
-    std::optional<double> seconds;   // of a picture, by the stream's own clock
+    uint64_t number = 0;             ///< of the chunk, from 0
+    uint64_t offset = 0;             ///< of its first byte among all that were fed
+    bool coded = false;              ///< there is a picture in it, decoded or not
+    std::span<const uint8_t> bytes;  ///< of the chunk, valid until the iterator moves on
+    Error error;                     ///< what is wrong with the chunk, if anything
+    std::optional<Picture> picture;  ///< its samples are valid until the iterator moves on
+    std::optional<double> seconds;   ///< of a picture, by the stream's own clock
 };
 
+/** A fraction. */
 struct Ratio {
-    uint32_t numerator = 0;
-    uint32_t denominator = 0;
+    uint32_t numerator = 0;    ///< dividend
+    uint32_t denominator = 0;  ///< divisor
 };
 
 /** What a file of pictures tells about them beside their size. */
 struct VideoFormat {
-    Ratio rate{25, 1};       // pictures per second
-    Ratio aspect;            // of one sample; 0:0 is unknown
-    char interlacing = 'p';  // as Y4M has it: p progressive, t top or b bottom field first, m mixed
+    Ratio rate{25, 1};       ///< pictures per second
+    Ratio aspect;            ///< of one sample; 0:0 is unknown
+    char interlacing = 'p';  ///< as Y4M has it: p progressive, t top or b bottom field first, m mixed
 };
 
+/** How a session decodes. */
 struct SessionOptions {
-    unsigned deblock_threshold = 10;  // 10 or 30: block edges are smoothed where the quantiser is above it
-    bool intra_only = false;          // predicted pictures are decoded, but not delivered
-    bool deinterlace = false;         // pictures of 352, 704 or 720 x 480 or 576
-    bool fields_stacked = false;      // each picture is coded as one field above the other; they are woven together
-    bool headers_only = false;        // no picture is decoded; errors are those that the headers tell of
-    size_t look_ahead = 0;            // chunks that are kept back so that Session::Format() knows the picture rate
+    unsigned deblock_threshold = 10;  ///< 10 or 30: block edges are smoothed where the quantiser is above it
+    bool intra_only = false;          ///< predicted pictures are decoded, but not delivered
+    bool deinterlace = false;         ///< pictures of 352, 704 or 720 x 480 or 576
+    bool fields_stacked = false;      ///< each picture is coded as one field above the other; they are woven together
+    bool headers_only = false;        ///< no picture is decoded; errors are those that the headers tell of
+    size_t look_ahead = 0;            ///< chunks that are kept back so that Session::Format() knows the picture rate
 };
 
 /** Plays one elementary stream (ISO/IEC 14496-2) at the pace of whoever feeds it. */
@@ -112,9 +119,12 @@ class Session {
   public:
     class Results;
 
+    /** Begins with nothing fed. */
     explicit Session(const SessionOptions& options = {});
     ~Session();
+    /** What is moved from is of no more use but to be destroyed or assigned to. */
     Session(Session&&) noexcept;
+    /** As with the constructor. */
     Session& operator=(Session&&) noexcept;
 
     /**
@@ -139,7 +149,9 @@ class Session {
 /** Results one after the other, each decoded when the iterator gets there. Of use until the session is fed again. */
 class Session::Results {
   public:
+    /** An input iterator. */
     class Iterator {
+        /** @cond */
       public:
         using value_type = Result;
         using difference_type = std::ptrdiff_t;
@@ -155,9 +167,12 @@ class Session::Results {
 
       private:
         State* state_ = nullptr;  // null: at the end
+        /** @endcond */
     };
 
+    /** Decodes the first. */
     Iterator begin() const { return Iterator(state_); }
+    /** What the iterator becomes equal to. */
     std::default_sentinel_t end() const { return {}; }
 
   private:
@@ -169,18 +184,21 @@ class Session::Results {
 
 /** A field of a header, by its name in ISO/IEC 14496-2, clause 6.2. */
 struct Field {
-    const char* name;
-    uint32_t value;
+    const char* name;  ///< as in the standard
+    uint32_t value;    ///< as it stands in the stream
 };
 
+/** What begins with a start code. */
 enum class HeaderKind { kSequence, kVisualObject, kVideoObject, kLayer, kGroup, kUserData, kPicture, kShortHeader };
 
+/** A header and its fields in the order of the stream. */
 struct Header {
-    HeaderKind kind = HeaderKind::kPicture;
-    size_t position = 0;  // of the start code in the chunk
-    bool whole = true;    // false: the fields end early, at the chunk's end or at what is not read
-    std::vector<Field> fields;
+    HeaderKind kind = HeaderKind::kPicture;  ///< of this header
+    size_t position = 0;                     ///< of the start code in the chunk
+    bool whole = true;                       ///< false: the fields end early, at the chunk's end or at what is not read
+    std::vector<Field> fields;               ///< what could be read
 
+    /** The value of the first field of that name. */
     std::optional<uint32_t> Find(std::string_view name) const;
 };
 
