@@ -16,7 +16,7 @@
 
 // The example itself, under another name.
 #define main RunExample
-#include "packaging/host_consumer/pictures.cpp"
+#include "examples/pictures.cpp"
 #undef main
 
 namespace mp4v::test {
@@ -257,7 +257,7 @@ std::string Lines(const std::string& path, const std::string& prefix) {
 }
 
 TEST(HostSession, HasItsExampleInTheHeader) {
-    const std::string example = Lines("packaging/host_consumer/pictures.cpp", "    ");
+    const std::string example = Lines("examples/pictures.cpp", "    ");
     EXPECT_NE(std::string::npos, example.find("return status;"));
     EXPECT_EQ(example, Lines("include/mp4vdec.hpp", " *     "));
 }
