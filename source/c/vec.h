@@ -4,8 +4,8 @@
 // Eight 16-bit or sixteen 8-bit samples at a time.
 //
 // The types are compiler vectors: +, -, *, comparisons and the rest work lane by lane. The helpers below are what plain
-// operators cannot say well; each has an SSE2, a 64-bit Arm NEON and a plain body with the same results. Lane i is
-// element i in memory, whatever the byte order. Loads and stores take any alignment.
+// operators cannot say well; each has an SSE2, a 64-bit Arm NEON, a WebAssembly SIMD and a plain body with the same
+// results. Lane i is element i in memory, whatever the byte order. Loads and stores take any alignment.
 //
 // Signed lanes must not overflow; where a sum wraps on purpose it is formed in unsigned lanes (AddWrap, SubWrap).
 #ifndef MP4VDEC_SOURCE_C_VEC_H_
@@ -22,6 +22,9 @@
 #elif !defined(MP4VDEC_PLAIN_VEC) && defined(__aarch64__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
 #include <arm_neon.h>
 #define MP4V_VEC_NEON 1
+#elif !defined(MP4VDEC_PLAIN_VEC) && defined(__wasm_simd128__)
+#include <wasm_simd128.h>
+#define MP4V_VEC_WASM 1
 #endif
 
 #ifdef MP4VDEC_COUNT_ONCE  // as in bsreader.h
@@ -104,6 +107,8 @@ MP4V_VEC Bytes16 LoadBytes8(const uint8_t* pu8) {
     return (Bytes16)_mm_loadl_epi64(reinterpret_cast<const __m128i*>(pu8));
 #elif MP4V_VEC_NEON
     return (Bytes16)vcombine_u8(vld1_u8(pu8), vcreate_u8(0));
+#elif MP4V_VEC_WASM
+    return (Bytes16)wasm_v128_load64_zero(pu8);
 #else
     Bytes16 v = {};
     memcpy(&v, pu8, 8);
@@ -117,13 +122,15 @@ MP4V_VEC void StoreBytes8(uint8_t* pu8, Bytes16 v) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(pu8), (__m128i)v);
 #elif MP4V_VEC_NEON
     vst1_u8(pu8, vget_low_u8((uint8x16_t)v));
+#elif MP4V_VEC_WASM
+    wasm_v128_store64_lane(pu8, (v128_t)v, 0);
 #else
     memcpy(pu8, &v, 8);
 #endif
 }
 
 // Two places that are loaded into, and stored from, the halves of a vector as easily as one place from a whole one.
-#if MP4V_VEC_SSE2
+#if MP4V_VEC_SSE2 || MP4V_VEC_WASM
 constexpr bool kHalvesAreEasy = true;
 #else
 constexpr bool kHalvesAreEasy = false;
@@ -133,6 +140,8 @@ MP4V_VEC Bytes16 LoadHalves(const uint8_t* pu8Low, const uint8_t* pu8High) {
 #if MP4V_VEC_SSE2
     const __m128 v = _mm_castsi128_ps((__m128i)LoadBytes8(pu8Low));
     return (Bytes16)_mm_castps_si128(_mm_loadh_pi(v, reinterpret_cast<const __m64*>(pu8High)));
+#elif MP4V_VEC_WASM
+    return (Bytes16)wasm_v128_load64_lane(pu8High, (v128_t)LoadBytes8(pu8Low), 1);
 #else
     const Bytes16 vLow = LoadBytes8(pu8Low), vHigh = LoadBytes8(pu8High);
     return __builtin_shufflevector(vLow, vHigh, 0, 1, 2, 3, 4, 5, 6, 7, 16, 17, 18, 19, 20, 21, 22, 23);
@@ -143,6 +152,8 @@ MP4V_VEC void StoreHalves(uint8_t* pu8Low, uint8_t* pu8High, Bytes16 v) {
     StoreBytes8(pu8Low, v);
 #if MP4V_VEC_SSE2
     _mm_storeh_pi(reinterpret_cast<__m64*>(pu8High), _mm_castsi128_ps((__m128i)v));
+#elif MP4V_VEC_WASM
+    wasm_v128_store64_lane(pu8High, (v128_t)v, 1);
 #else
     StoreBytes8(pu8High, __builtin_shufflevector(v, v, 8, 9, 10, 11, 12, 13, 14, 15, 8, 9, 10, 11, 12, 13, 14, 15));
 #endif
@@ -159,6 +170,13 @@ MP4V_VEC Vec8 Widen(Bytes16 v) {
 #elif MP4V_VEC_NEON
     const uint8x16_t vFrom = kFirst ? vextq_u8((uint8x16_t)v, (uint8x16_t)v, kFirst) : (uint8x16_t)v;
     return (Vec8)vmovl_u8(vget_low_u8(vFrom));
+#elif MP4V_VEC_WASM
+    if (kFirst == 8) return (Vec8)wasm_u16x8_extend_high_u8x16((v128_t)v);
+    constexpr int k = kFirst;
+    const Bytes16 vFrom = k ? (Bytes16)__builtin_shufflevector(v, v, k, k + 1, k + 2, k + 3, k + 4, k + 5, k + 6, k + 7,
+                                                               0, 0, 0, 0, 0, 0, 0, 0)
+                            : v;
+    return (Vec8)wasm_u16x8_extend_low_u8x16((v128_t)vFrom);
 #else
     Vec8 vWide = {};
     for (int i = 0; i < 8; i++) vWide[i] = v[kFirst + i];
@@ -176,6 +194,8 @@ MP4V_VEC Bytes16 NarrowClip(Vec8 vLow, Vec8 vHigh) {
     return (Bytes16)_mm_packus_epi16((__m128i)vLow, (__m128i)vHigh);
 #elif MP4V_VEC_NEON
     return (Bytes16)vcombine_u8(vqmovun_s16((int16x8_t)vLow), vqmovun_s16((int16x8_t)vHigh));
+#elif MP4V_VEC_WASM
+    return (Bytes16)wasm_u8x16_narrow_i16x8((v128_t)vLow, (v128_t)vHigh);
 #else
     Bytes16 v = {};
     for (int i = 0; i < 8; i++) {
@@ -196,6 +216,8 @@ MP4V_VEC void StoreClipU8(uint8_t* pu8A, Vec8 a, uint8_t* pu8B, Vec8 b) {
     const __m128i v = (__m128i)NarrowClip(a, b);
     _mm_storel_epi64(reinterpret_cast<__m128i*>(pu8A), v);
     _mm_storeh_pd(reinterpret_cast<double*>(pu8B), _mm_castsi128_pd(v));
+#elif MP4V_VEC_WASM
+    StoreHalves(pu8A, pu8B, NarrowClip(a, b));
 #else
     StoreClipU8(pu8A, a);
     StoreClipU8(pu8B, b);
@@ -217,6 +239,8 @@ MP4V_VEC Vec8 AddSaturated(Vec8 a, Vec8 b) {
     return (Vec8)_mm_adds_epi16((__m128i)a, (__m128i)b);
 #elif MP4V_VEC_NEON
     return (Vec8)vqaddq_s16((int16x8_t)a, (int16x8_t)b);
+#elif MP4V_VEC_WASM
+    return (Vec8)wasm_i16x8_add_sat((v128_t)a, (v128_t)b);
 #else
     Vec8 v = {};
     for (int i = 0; i < 8; i++) {
@@ -232,6 +256,8 @@ MP4V_VEC Bytes16 AddSaturatedU8(Bytes16 a, Bytes16 b) {
     return (Bytes16)_mm_adds_epu8((__m128i)a, (__m128i)b);
 #elif MP4V_VEC_NEON
     return (Bytes16)vqaddq_u8((uint8x16_t)a, (uint8x16_t)b);
+#elif MP4V_VEC_WASM
+    return (Bytes16)wasm_u8x16_add_sat((v128_t)a, (v128_t)b);
 #else
     const Bytes16 vSum = a + b;
     return vSum | (Bytes16)(vSum < a);
@@ -243,6 +269,8 @@ MP4V_VEC Bytes16 SubSaturatedU8(Bytes16 a, Bytes16 b) {
     return (Bytes16)_mm_subs_epu8((__m128i)a, (__m128i)b);
 #elif MP4V_VEC_NEON
     return (Bytes16)vqsubq_u8((uint8x16_t)a, (uint8x16_t)b);
+#elif MP4V_VEC_WASM
+    return (Bytes16)wasm_u8x16_sub_sat((v128_t)a, (v128_t)b);
 #else
     return (a - b) & (Bytes16)(a > b);
 #endif
@@ -293,6 +321,8 @@ MP4V_VEC Vec8 Min(Vec8 a, Vec8 b) {
     return (Vec8)_mm_min_epi16((__m128i)a, (__m128i)b);
 #elif MP4V_VEC_NEON
     return (Vec8)vminq_s16((int16x8_t)a, (int16x8_t)b);
+#elif MP4V_VEC_WASM
+    return (Vec8)wasm_i16x8_min((v128_t)a, (v128_t)b);
 #else
     const Vec8 vLess = a < b;
     return (a & vLess) | (b & ~vLess);
@@ -304,6 +334,8 @@ MP4V_VEC Vec8 Max(Vec8 a, Vec8 b) {
     return (Vec8)_mm_max_epi16((__m128i)a, (__m128i)b);
 #elif MP4V_VEC_NEON
     return (Vec8)vmaxq_s16((int16x8_t)a, (int16x8_t)b);
+#elif MP4V_VEC_WASM
+    return (Vec8)wasm_i16x8_max((v128_t)a, (v128_t)b);
 #else
     const Vec8 vLess = a < b;
     return (b & vLess) | (a & ~vLess);
@@ -336,12 +368,22 @@ MP4V_VEC Vec8 Magnitude(Vec8 a) {
     return (Vec8)_mm_max_epi16((__m128i)a, _mm_subs_epi16(_mm_setzero_si128(), (__m128i)a));
 #elif MP4V_VEC_NEON
     return (Vec8)vqabsq_s16((int16x8_t)a);
+#elif MP4V_VEC_WASM
+    return Max(a, (Vec8)wasm_i16x8_sub_sat((v128_t)Vec8{}, (v128_t)a));
 #else
     const Vec8 vSign = a >> 15;
     const Vec8 v = SubWrap(a ^ vSign, vSign);
     return v ^ (v >> 15);
 #endif
 }
+
+#if MP4V_VEC_WASM
+MP4V_VEC uint32_t SumLanes32(v128_t v) {
+    v = wasm_i32x4_add(v, wasm_i32x4_shuffle(v, v, 2, 3, 0, 1));
+    v = wasm_i32x4_add(v, wasm_i32x4_shuffle(v, v, 1, 0, 3, 2));
+    return (uint32_t)wasm_i32x4_extract_lane(v, 0);
+}
+#endif
 
 // Of lanes of [0, 32767].
 MP4V_VEC uint32_t SumLanes(Vec8 a) {
@@ -352,6 +394,8 @@ MP4V_VEC uint32_t SumLanes(Vec8 a) {
     return (uint32_t)_mm_cvtsi128_si32(v);
 #elif MP4V_VEC_NEON
     return vaddlvq_u16((uint16x8_t)a);
+#elif MP4V_VEC_WASM
+    return SumLanes32(wasm_i32x4_dot_i16x8((v128_t)a, wasm_i16x8_splat(1)));
 #else
     uint32_t u32Sum = 0;
     for (int i = 0; i < 8; i++) u32Sum += (uint32_t)a[i];
@@ -375,6 +419,10 @@ MP4V_VEC uint32_t SumSquares(const Vec8 (&av)[kCount]) {
         v = vmlal_high_s16(v, (int16x8_t)av[i], (int16x8_t)av[i]);
     }
     return (uint32_t)vaddvq_s32(v);
+#elif MP4V_VEC_WASM
+    v128_t v = wasm_i32x4_dot_i16x8((v128_t)av[0], (v128_t)av[0]);
+    for (int i = 1; i < kCount; i++) v = wasm_i32x4_add(v, wasm_i32x4_dot_i16x8((v128_t)av[i], (v128_t)av[i]));
+    return SumLanes32(v);
 #else
     uint32_t u32Sum = 0;
     for (int i = 0; i < kCount; i++)
@@ -392,6 +440,11 @@ MP4V_VEC uint32_t MaxLane(Vec8 a) {
     return (uint32_t)_mm_extract_epi16(v, 0);
 #elif MP4V_VEC_NEON
     return vmaxvq_u16((uint16x8_t)a);
+#elif MP4V_VEC_WASM
+    Vec8 v = Max(a, __builtin_shufflevector(a, a, 4, 5, 6, 7, 0, 1, 2, 3));
+    v = Max(v, __builtin_shufflevector(v, v, 2, 3, 0, 1, 6, 7, 4, 5));
+    v = Max(v, __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6));
+    return (uint32_t)v[0];
 #else
     int16_t s16Max = 0;
     for (int i = 0; i < 8; i++) s16Max = a[i] > s16Max ? a[i] : s16Max;
@@ -405,6 +458,8 @@ MP4V_VEC bool AnyLane(Vec8 a) {
     return _mm_movemask_epi8(_mm_cmpeq_epi8((__m128i)a, _mm_setzero_si128())) != 0xFFFF;
 #elif MP4V_VEC_NEON
     return vmaxvq_u32((uint32x4_t)a) != 0;
+#elif MP4V_VEC_WASM
+    return wasm_v128_any_true((v128_t)a);
 #else
     uint64_t au64[2];
     memcpy(au64, &a, 16);
@@ -420,12 +475,26 @@ MP4V_VEC Vec8u MulHigh(Vec8u a, Vec8u b) {
     const uint32x4_t vLow = vmull_u16(vget_low_u16((uint16x8_t)a), vget_low_u16((uint16x8_t)b));
     const uint32x4_t vHigh = vmull_high_u16((uint16x8_t)a, (uint16x8_t)b);
     return (Vec8u)vuzp2q_u16(vreinterpretq_u16_u32(vLow), vreinterpretq_u16_u32(vHigh));
+#elif MP4V_VEC_WASM
+    const Vec8u vLow = (Vec8u)wasm_u32x4_extmul_low_u16x8((v128_t)a, (v128_t)b);
+    const Vec8u vHigh = (Vec8u)wasm_u32x4_extmul_high_u16x8((v128_t)a, (v128_t)b);
+    return __builtin_shufflevector(vLow, vHigh, 1, 3, 5, 7, 9, 11, 13, 15);
 #else
     Vec8u v = {};
     for (int i = 0; i < 8; i++) v[i] = (uint16_t)((uint32_t)a[i] * b[i] >> 16);
     return v;
 #endif
 }
+
+#if MP4V_VEC_WASM
+// a * kA + b * kB of the low (high) lanes, in 32 bits.
+MP4V_VEC v128_t MulAddLow(Vec8 a, Vec8 b, v128_t vFactors) {
+    return wasm_i32x4_dot_i16x8((v128_t)__builtin_shufflevector(a, b, 0, 8, 1, 9, 2, 10, 3, 11), vFactors);
+}
+MP4V_VEC v128_t MulAddHigh(Vec8 a, Vec8 b, v128_t vFactors) {
+    return wasm_i32x4_dot_i16x8((v128_t)__builtin_shufflevector(a, b, 4, 12, 5, 13, 6, 14, 7, 15), vFactors);
+}
+#endif
 
 // a * kA + b * kB, limited to 16 bits. The exact sum must fit 32 bits.
 MP4V_VEC Vec8 MulAddSaturated(Vec8 a, int16_t s16A, Vec8 b, int16_t s16B) {
@@ -439,6 +508,9 @@ MP4V_VEC Vec8 MulAddSaturated(Vec8 a, int16_t s16A, Vec8 b, int16_t s16B) {
     const int32x4_t vLow = vmlal_n_s16(vmull_n_s16(vget_low_s16(vA), s16A), vget_low_s16(vB), s16B);
     const int32x4_t vHigh = vmlal_high_n_s16(vmull_high_n_s16(vA, s16A), vB, s16B);
     return (Vec8)vqmovn_high_s32(vqmovn_s32(vLow), vHigh);
+#elif MP4V_VEC_WASM
+    const v128_t vFactors = wasm_i32x4_splat((int32_t)((uint32_t)(uint16_t)s16B << 16 | (uint16_t)s16A));
+    return (Vec8)wasm_i16x8_narrow_i32x4(MulAddLow(a, b, vFactors), MulAddHigh(a, b, vFactors));
 #else
     Vec8 v = {};
     for (int i = 0; i < 8; i++) {
@@ -498,6 +570,16 @@ struct Factors {
             vHigh = vmlal_high_laneq_s16(vHigh, vB, v, Lane < kB < 0 ? -kB : kB > ());
         }
         return (Vec8)vrshrn_high_n_s32(vrshrn_n_s32(vLow, 15), vHigh, 15);
+#elif MP4V_VEC_WASM
+        const v128_t vFactors = wasm_i32x4_splat((int32_t)((uint32_t)(uint16_t)kB << 16 | (uint16_t)kA));
+        const v128_t vHalf = wasm_i32x4_splat(1 << 14);
+        v128_t vLow = wasm_i32x4_add(MulAddLow(a, b, vFactors), vHalf);
+        v128_t vHigh = wasm_i32x4_add(MulAddHigh(a, b, vFactors), vHalf);
+        if (kFits) return (Vec8)wasm_i16x8_narrow_i32x4(wasm_i32x4_shr(vLow, 15), wasm_i32x4_shr(vHigh, 15));
+        // Bits 15 to 30 of each sum.
+        vLow = wasm_i32x4_shl(vLow, 1);
+        vHigh = wasm_i32x4_shl(vHigh, 1);
+        return __builtin_shufflevector((Vec8)vLow, (Vec8)vHigh, 1, 3, 5, 7, 9, 11, 13, 15);
 #else
         Vec8 v = {};
         for (int i = 0; i < 8; i++) v[i] = (int16_t)((a[i] * kA + b[i] * kB + (1 << 14)) >> 15);
@@ -519,6 +601,11 @@ struct Factors {
         vLow = kB < 0 ? vmlsl_laneq_s16(vLow, vB, v, Lane < kB < 0 ? -kB : kB > ())
                       : vmlal_laneq_s16(vLow, vB, v, Lane < kB < 0 ? -kB : kB > ());
         return (Vec8)vcombine_s16(vrshrn_n_s32(vLow, 15), vcreate_s16(0));
+#elif MP4V_VEC_WASM
+        const v128_t vFactors = wasm_i32x4_splat((int32_t)((uint32_t)(uint16_t)kB << 16 | (uint16_t)kA));
+        const v128_t vSum = wasm_i32x4_add(MulAddLow(a, b, vFactors), wasm_i32x4_splat(1 << 14));
+        const v128_t vLow = wasm_i32x4_shr(vSum, 15);
+        return (Vec8)wasm_i16x8_narrow_i32x4(vLow, vLow);
 #else
         return MulAddRound15<kA, kB, true>(a, b);
 #endif
@@ -537,6 +624,8 @@ struct Factors {
         return (Vec8)vRounded;
 #elif MP4V_VEC_NEON
         return (Vec8)vqrdmulhq_laneq_s16((int16x8_t)a, v, Lane<kA>());
+#elif MP4V_VEC_WASM
+        return (Vec8)wasm_i16x8_q15mulr_sat((v128_t)a, wasm_i16x8_splat(kA));
 #else
         Vec8 v = {};
         for (int i = 0; i < 8; i++) v[i] = (int16_t)((a[i] * kA + (1 << 14)) >> 15);
@@ -581,6 +670,8 @@ MP4V_VEC Bytes16 AverageUp(Bytes16 a, Bytes16 b) {
     return (Bytes16)_mm_avg_epu8((__m128i)a, (__m128i)b);
 #elif MP4V_VEC_NEON
     return (Bytes16)vrhaddq_u8((uint8x16_t)a, (uint8x16_t)b);
+#elif MP4V_VEC_WASM
+    return (Bytes16)wasm_u8x16_avgr((v128_t)a, (v128_t)b);
 #else
     return (a | b) - ((a ^ b) >> 1);
 #endif
@@ -602,6 +693,8 @@ template <bool kDown>
 MP4V_VEC Bytes16 MeanOfSums(Vec8 a, Vec8 b) {
 #if MP4V_VEC_SSE2
     if (kDown) return NarrowShifted<1>((Vec8)_mm_avg_epu16((__m128i)a, (__m128i)b));
+#elif MP4V_VEC_WASM
+    if (kDown) return NarrowShifted<1>((Vec8)wasm_u16x8_avgr((v128_t)a, (v128_t)b));
 #elif MP4V_VEC_NEON
     const uint16x8_t vA = (uint16x8_t)a, vB = (uint16x8_t)b;
     return (Bytes16)vcombine_u8(kDown ? vshrn_n_u16(vrhaddq_u16(vA, vB), 1) : vrshrn_n_u16(vaddq_u16(vA, vB), 2),
@@ -652,6 +745,8 @@ MP4V_VEC Vec8 SumsOfDiffs(Bytes16 a, Bytes16 b) {
     return (Vec8)_mm_sad_epu8((__m128i)a, (__m128i)b);
 #elif MP4V_VEC_NEON
     return (Vec8)vpaddlq_u8(vabdq_u8((uint8x16_t)a, (uint8x16_t)b));
+#elif MP4V_VEC_WASM
+    return (Vec8)wasm_u16x8_extadd_pairwise_u8x16((v128_t)(SubSaturatedU8(a, b) | SubSaturatedU8(b, a)));
 #else
     Vec8 v = {};
     for (int i = 0; i < 16; i++) v[i / 8 * 4] = (int16_t)(v[i / 8 * 4] + (a[i] > b[i] ? a[i] - b[i] : b[i] - a[i]));
@@ -663,6 +758,10 @@ MP4V_VEC Vec8 SumsOfDiffs(Bytes16 a, Bytes16 b) {
 MP4V_VEC Bytes16 HalvesAbove0(Vec8 v) {
 #if MP4V_VEC_NEON
     return (Bytes16)vcgtzq_s64(vpaddlq_s32(vpaddlq_s16((int16x8_t)v)));
+#elif MP4V_VEC_WASM
+    const v128_t vPairs = wasm_i32x4_extadd_pairwise_i16x8((v128_t)v);
+    const v128_t vSums = wasm_i32x4_add(vPairs, wasm_i32x4_shuffle(vPairs, vPairs, 1, 0, 3, 2));
+    return (Bytes16)wasm_i32x4_gt(vSums, wasm_i32x4_const(0, 0, 0, 0));
 #else
     const Vec8 vAbove = (Vec8)(v > 0);  // only the first lane of a half is not 0
     return (Bytes16)__builtin_shufflevector(vAbove, vAbove, 0, 0, 0, 0, 4, 4, 4, 4);
@@ -673,6 +772,8 @@ MP4V_VEC Bytes16 HalvesAbove0(Vec8 v) {
 MP4V_VEC Bytes16 Select(Bytes16 vMask, Bytes16 a, Bytes16 b) {
 #if MP4V_VEC_NEON
     return (Bytes16)vbslq_u8((uint8x16_t)vMask, (uint8x16_t)a, (uint8x16_t)b);
+#elif MP4V_VEC_WASM
+    return (Bytes16)wasm_v128_bitselect((v128_t)a, (v128_t)b, (v128_t)vMask);
 #else
     return (a & vMask) | (b & ~vMask);
 #endif
