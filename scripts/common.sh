@@ -11,6 +11,7 @@ test_packages=(file clang clang-format libclang-rt-14-dev llvm libgtest-dev libb
     gstreamer1.0-plugins-base-apps)
 coverage_packages=(gcovr)
 emulation_packages=(qemu-user-static googletest)
+web_packages=(cmake ninja-build emscripten nodejs node-typescript)
 arm64_packages=(libmd-dev:arm64 libpng-dev:arm64 libbenchmark-dev:arm64)
 
 say() { printf '== %s\n' "$*" >&2; }
