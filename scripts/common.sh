@@ -6,9 +6,10 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 jobs=$(nproc)
 
 build_packages=(g++ cmake ninja-build libcli11-dev libmd-dev libpng-dev libcairo2-dev nlohmann-json3-dev
-    libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
+    libgstreamer1.0-dev gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
+plugin_packages=(libgstreamer-plugins-base1.0-dev)
 test_packages=(file clang clang-format libclang-rt-14-dev llvm libgtest-dev libbenchmark-dev
-    gstreamer1.0-plugins-base-apps)
+    "${plugin_packages[@]}" gstreamer1.0-plugins-base-apps)
 coverage_packages=(gcovr)
 emulation_packages=(qemu-user-static googletest)
 web_packages=(cmake ninja-build emscripten nodejs node-typescript)

@@ -407,6 +407,14 @@ TEST(GstElementCaps, ChangeWithTheCapsOfTheStream) {
     EXPECT_EQ(wanted, decoder.Md5s());
 }
 
+TEST(GstElementCaps, AreOfferedInVainWhereI420IsNotWanted) {
+    GstDecoder decoder;
+    gst_harness_set_sink_caps_str(decoder.harness(), "video/x-raw,format=NV12");
+    decoder.SetCaps(kMpeg4);
+    EXPECT_EQ(GST_FLOW_NOT_NEGOTIATED, decoder.Push(ReadStream("oq30_sweep"), 0));
+    EXPECT_TRUE(decoder.pictures.empty());
+}
+
 // ---- Properties
 
 TEST(GstElementProperties, SetTheDeblockingThreshold) {
