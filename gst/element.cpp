@@ -72,7 +72,7 @@ Result Guarded(Mp4vDec* self, Result failure, Function function) {
     }
 }
 
-void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* spec) {
+void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* param) {
     Mp4vDec* const self = Self(object);
     GST_OBJECT_LOCK(self);
     switch (id) {
@@ -89,13 +89,13 @@ void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec* spe
             self->settings.intra_only = g_value_get_boolean(value);
             break;
         default:
-            G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+            G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, param);
             break;
     }
     GST_OBJECT_UNLOCK(self);
 }
 
-void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
+void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* param) {
     const mp4v::ElementSettings settings = SettingsOf(Self(object));
     switch (id) {
         case kDeblockThreshold:
@@ -107,7 +107,7 @@ void GetProperty(GObject* object, guint id, GValue* value, GParamSpec* spec) {
         case kIntraOnly:
             return g_value_set_boolean(value, settings.intra_only);
         default:
-            G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, spec);
+            G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, param);
     }
 }
 

@@ -86,9 +86,9 @@ TEST(GstPlugin, TakesWhatDemuxersAnnounceAndGivesI420) {
 TEST(GstPlugin, DocumentsItsProperties) {
     GstDecoder decoder;
     for (const char* const name : {"deblock-threshold", "deinterlace", "fields-stacked", "intra-only"}) {
-        GParamSpec* const spec = g_object_class_find_property(G_OBJECT_GET_CLASS(decoder.element()), name);
-        ASSERT_NE(nullptr, spec) << name;
-        EXPECT_GT(std::string(g_param_spec_get_blurb(spec)).size(), 20u) << name;
+        GParamSpec* const param = g_object_class_find_property(G_OBJECT_GET_CLASS(decoder.element()), name);
+        ASSERT_NE(nullptr, param) << name;
+        EXPECT_GT(std::string(g_param_spec_get_blurb(param)).size(), 20u) << name;
     }
     gint threshold = 0;
     gboolean deinterlace = TRUE, stacked = TRUE, intra_only = TRUE;

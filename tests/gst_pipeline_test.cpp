@@ -226,7 +226,10 @@ class LossyLink {
 
     static GstPadProbeReturn OnSend(GstPad*, GstPadProbeInfo* info, gpointer self) {
         auto* const link = static_cast<LossyLink*>(self);
-        const std::lock_guard lock(link->mutex_);
+        std::unique_lock lock(link->mutex_);
+        // The socket holds only so many.
+        link->changed_.wait_for(lock, std::chrono::nanoseconds(kPatience),
+                                [&] { return link->sent_ - link->received_ < kMostUnderWay; });
         const GstClockTime pts = GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info));
         const bool lost = link->one_in_ > 0 && link->random_.Chance(link->one_in_);
         if (lost) link->lost_.insert(gst_util_uint64_scale_round(pts, link->clip_.rate, GST_SECOND));
@@ -263,6 +266,8 @@ class LossyLink {
     size_t lost() const { return lost_.size(); }
 
   private:
+    static constexpr size_t kMostUnderWay = 32;
+
     const Clip clip_;
     const uint32_t one_in_;
     Random random_;
@@ -282,7 +287,7 @@ void AddProbe(const Pipeline& pipeline, const char* element, GstPadProbeCallback
 // Buffers, where a payloader sends lists, so that each packet can get lost.
 std::vector<ShownPicture> SendAndReceive(const Clip& clip, LossyLink& link, std::vector<Complaint>& warnings) {
     Pipeline receiver(
-        "udpsrc name=receiver address=127.0.0.1 port=0 buffer-size=1000000 "
+        "udpsrc name=receiver address=127.0.0.1 port=0 "
         "caps=\"application/x-rtp,media=video,clock-rate=90000,encoding-name=MP4V-ES\" ! "
         "rtpmp4vdepay ! mp4vdec ! appsink name=sink sync=false async=false");
     AddProbe(receiver, "receiver", LossyLink::OnReceive, link);
