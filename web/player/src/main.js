@@ -14,7 +14,8 @@ class Player {
   #results;
   #turn = Promise.resolve();
   #stopped = false;
-  #playing = false;
+  #run = 0; // changes when playing begins or ends
+  playing = false;
   index = -1; // of the picture shown; -1: none
   errors = 0;
   rate = undefined;
@@ -25,12 +26,10 @@ class Player {
     this.last = movie.units.length - 1;
   }
 
-  get playing() {
-    return this.#playing;
-  }
-
   secondsOf(index) {
-    return this.movie.units[index].seconds ?? index / (this.rate ?? 25);
+    const interval = 1 / (this.rate ?? 25);
+    if (index > this.last) return this.secondsOf(this.last) + interval;
+    return this.movie.units[index].seconds ?? index * interval;
   }
 
   // One thing after the other: a step that is asked for while a seek goes on comes after it.
@@ -97,41 +96,46 @@ class Player {
   }
 
   async play() {
-    if (this.#playing) return;
-    this.#playing = true;
+    if (this.playing) return;
+    const run = ++this.#run;
+    const going = () => this.#run === run;
+    this.playing = true;
     onState();
     if (this.index >= this.last) await this.seek(0);
-    let from = { index: Math.max(this.index, 0), now: performance.now(), speed: speed() };
+    let from = this.#anchor();
     let shown = this.index;
-    while (this.#playing && !this.#stopped) {
-      if (this.index !== shown || from.speed !== speed()) {
-        from = { index: Math.max(this.index, 0), now: performance.now(), speed: speed() };
-      }
-      const more = await this.step();
-      if (!this.#playing || this.#stopped) break;
-      if (!more) {
-        if (!element("loop").checked) break;
-        await this.seek(0);
-        from = { index: 0, now: performance.now(), speed: speed() };
-      }
-      shown = this.index;
-      const passed = (this.secondsOf(this.index) - this.secondsOf(from.index)) / from.speed;
+    while (going()) {
+      if (this.index !== shown || from.speed !== speed()) from = this.#anchor();
+      const passed = (this.secondsOf(this.index + 1) - this.secondsOf(from.index)) / from.speed;
       const wait = from.now + passed * 1000 - performance.now();
       if (wait > 0) await new Promise((resolve) => setTimeout(resolve, wait));
       // Too slow a machine plays slowly instead of hurrying after.
-      if (wait < -200) from = { index: this.index, now: performance.now(), speed: speed() };
+      if (wait < -200) from = this.#anchor();
+      if (!going()) return;
+      if (!(await this.step())) {
+        if (!going()) return;
+        if (!element("loop").checked) break;
+        await this.seek(0);
+        from = this.#anchor();
+      }
+      shown = this.index;
     }
-    this.#playing = false;
-    onState();
+    if (going()) this.pause();
+  }
+
+  #anchor() {
+    return { index: this.index, now: performance.now(), speed: speed() };
   }
 
   pause() {
-    this.#playing = false;
+    this.#run++;
+    this.playing = false;
+    onState();
   }
 
   stop() {
     this.#stopped = true;
-    this.#playing = false;
+    this.#run++;
     this.decoder.close();
   }
 }
@@ -202,7 +206,7 @@ async function open(file) {
 function describe(file) {
   const { movie, frame, rate, last } = player;
   const { numerator, denominator } = frame.aspect;
-  const length = player.secondsOf(last) + 1 / (rate ?? 25);
+  const length = player.secondsOf(last + 1);
   const rows = {
     File: `${file.name}, ${file.size.toLocaleString("en")} bytes`,
     Kind: movie.kind,
