@@ -184,8 +184,9 @@ async function open(file) {
   const movie = await readMovie(bytes).catch((error) => ({ problem: `This file cannot be read: ${error.message}.` }));
   if (turn !== opening) return;
   if (movie.problem) return say(movie.problem);
-  const decoder = await MovieDecoder.open(movie);
-  if (turn !== opening) return decoder.close();
+  const decoder = await MovieDecoder.open(movie).catch((error) => say(`The decoder could not be loaded: ${error.message}.`));
+  if (turn !== opening) return decoder?.close();
+  if (!decoder) return;
   player = new Player(movie, decoder);
   element("position").max = player.last;
   const shown = await player.step();
@@ -234,12 +235,13 @@ let bitsImage;
 
 function drawBits() {
   if (!player || element("player").hidden) return;
-  const canvas = element("bits");
+  const shown = element("bits");
+  shown.width = Math.max(1, Math.round(shown.clientWidth * devicePixelRatio));
+  shown.height = Math.max(1, Math.round(shown.clientHeight * devicePixelRatio));
+  const canvas = new OffscreenCanvas(shown.width, shown.height);
   const context = canvas.getContext("2d");
-  canvas.width = Math.max(1, Math.round(canvas.clientWidth * devicePixelRatio));
-  canvas.height = Math.max(1, Math.round(canvas.clientHeight * devicePixelRatio));
   const { units } = player.movie;
-  const style = getComputedStyle(canvas);
+  const style = getComputedStyle(shown);
   const columns = Math.min(units.length, canvas.width);
   const most = units.reduce((found, { bytes }) => Math.max(found, bytes.length), 1);
   for (let column = 0; column < columns; column++) {
@@ -252,7 +254,7 @@ function drawBits() {
     const x = (column * canvas.width) / columns;
     context.fillRect(x, canvas.height - height, Math.max(1, canvas.width / columns - (columns * 3 < canvas.width ? 1 : 0)), height);
   }
-  bitsImage = context.getImageData(0, 0, canvas.width, canvas.height);
+  bitsImage = canvas;
   markPosition();
 }
 
@@ -260,7 +262,8 @@ function markPosition() {
   if (!bitsImage || !player) return;
   const canvas = element("bits");
   const context = canvas.getContext("2d");
-  context.putImageData(bitsImage, 0, 0);
+  context.clearRect(0, 0, canvas.width, canvas.height);
+  context.drawImage(bitsImage, 0, 0);
   context.fillStyle = getComputedStyle(canvas).color;
   context.fillRect(((player.index + 0.5) * canvas.width) / (player.last + 1), 0, Math.max(1, devicePixelRatio), canvas.height);
 }
@@ -352,3 +355,5 @@ document.addEventListener("drop", (event) => {
 });
 addEventListener("resize", drawBits);
 matchMedia("(prefers-color-scheme: dark)").addEventListener("change", drawBits);
+
+if (import.meta.env.PROD && "serviceWorker" in navigator) void navigator.serviceWorker.register("sw.js");

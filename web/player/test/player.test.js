@@ -77,6 +77,7 @@ const message = (page, pattern) =>
   );
 
 async function toTheEnd(page, last) {
+  await page.waitForSelector("#player:not([hidden])");
   await atPosition(page, last);
   await stopped(page);
 }
@@ -303,4 +304,21 @@ test("it fits the width of a phone", async (t) => {
   await page.waitForSelector("#player:not([hidden])");
   const width = await page.evaluate(() => document.documentElement.scrollWidth);
   assert.ok(width <= 360, `${width}`);
+});
+
+test("it works without a network once it was loaded", async (t) => {
+  const page = await visit(t);
+  await page.evaluate(async () => {
+    await navigator.serviceWorker.ready;
+    if (!navigator.serviceWorker.controller) {
+      await new Promise((resolve) => navigator.serviceWorker.addEventListener("controllerchange", resolve));
+    }
+  });
+  await page.context().setOffline(true);
+  await page.reload();
+  for (const name of ["tiny.avi", "tiny.mp4"]) {
+    await drop(page, `tests/containers/${name}`);
+    await toTheEnd(page, 59);
+  }
+  assert.equal(await page.textContent("#message"), "");
 });
