@@ -39,6 +39,7 @@ async function compile(source) {
 }
 
 const types = [undefined, "intra", "predicted", "not-coded"];
+const hdHeight = 720; // from here on pictures are taken for BT.709, smaller ones for BT.601: a stream seldom tells
 const interlacings = { p: "progressive", t: "top-first", b: "bottom-first", m: "mixed" };
 /** A result that is not about a chunk. */
 export function failureOf(text) {
@@ -170,6 +171,7 @@ export class Frame {
     const [y, , v] = this.planes;
     const start = y.samples.byteOffset;
     const samples = new Uint8Array(y.samples.buffer, start, v.samples.byteOffset + v.samples.length - start);
+    const colors = this.height >= hdHeight ? "bt709" : "smpte170m";
     const aspect = this.aspect.denominator ? this.aspect.numerator / this.aspect.denominator : 1;
     return new VideoFrame(samples, {
       format: "I420",
@@ -179,7 +181,7 @@ export class Frame {
       displayWidth: Math.max(1, Math.round(this.width * aspect)),
       displayHeight: this.height,
       layout: this.planes.map((plane) => ({ offset: plane.samples.byteOffset - start, stride: plane.pitch })),
-      colorSpace: { matrix: "smpte170m", primaries: "smpte170m", transfer: "smpte170m", fullRange: false },
+      colorSpace: { matrix: colors, primaries: colors, transfer: colors, fullRange: false },
       timestamp: Math.round((this.seconds ?? 0) * 1e6),
       ...init,
     });

@@ -272,6 +272,7 @@ test("a frame becomes a VideoFrame where there is such a thing", async (t) => {
   assert.equal(timestamp, 5);
   assert.deepEqual([init.format, init.codedWidth, init.codedHeight, init.timestamp], ["I420", 120, 90, 66667]);
   assert.deepEqual([init.displayWidth, init.displayHeight], [120, 90]);
+  assert.equal(init.colorSpace.matrix, "smpte170m");
   for (const [i, { offset, stride }] of layout.entries()) {
     const { width, height, pitch, samples: plane } = frame.planes[i];
     assert.equal(stride, pitch);
