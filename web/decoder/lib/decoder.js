@@ -2,7 +2,7 @@
 // Copyright (c) 2026, the mp4vdec authors
 
 // The decoder as a page sees it: a worker at the other end of a port.
-import { Frame, failureOf, hasSimd } from "./session.js";
+import { Frame, checkBytes, failureOf, hasSimd } from "./session.js";
 
 // Pictures that are decoded before they are asked for.
 const readAhead = 3;
@@ -47,6 +47,7 @@ class Decoder {
   }
 
   feed(bytes) {
+    checkBytes(bytes);
     return this.#results({ kind: "feed", bytes });
   }
 
@@ -139,7 +140,9 @@ class Decoder {
         samples: new Uint8Array(buffer, offset, plane.pitch * plane.height),
         ...plane,
       }));
-      result.frame = new Frame(frame, () => this.#post({ kind: "recycle", buffer }, [buffer]));
+      result.frame = new Frame(frame, () => {
+        if (buffer.byteLength > 0) this.#post({ kind: "recycle", buffer }, [buffer]); // 0: the caller moved it elsewhere
+      });
     }
     return { result, frame: result.frame };
   }

@@ -46,6 +46,10 @@ export function failureOf(text) {
   return { number: -1, offset: -1, bytes: 0, coded: false, error: { status: 0, name: "", text } };
 }
 
+export function checkBytes(bytes) {
+  if (!ArrayBuffer.isView(bytes) || bytes.BYTES_PER_ELEMENT !== 1) throw new TypeError("feed() takes a Uint8Array");
+}
+
 const brokenText = "there is not enough memory, or the decoder failed";
 
 /** One elementary stream. */
@@ -63,6 +67,7 @@ export class Session {
   }
 
   *feed(bytes) {
+    checkBytes(bytes);
     yield* this.#results(() => {
       if (bytes.length === 0) return;
       const at = this.#module.malloc(bytes.length);

@@ -225,6 +225,27 @@ test("a closed decoder cannot be used, and ends iterations that go on", async (t
   assert.throws(() => [...session.feed(camera)], /closed/);
 });
 
+test("a frame whose samples were moved elsewhere can be closed", async (t) => {
+  const decoder = await closing(t, createDecoder());
+  const frames = (await collect(decoder.feed(camera))).map(({ frame }) => frame);
+  const { buffer } = frames[0].planes[0].samples;
+  structuredClone(buffer, { transfer: [buffer] });
+  frames[0].close();
+  assert.equal(md5(frames[1].pack()), cameraMd5[1]);
+});
+
+test("only bytes can be fed", async (t) => {
+  const decoder = await closing(t, createDecoder());
+  const session = await openSession();
+  for (const wrong of [undefined, "text", [0, 0, 1], new Uint16Array(2), new ArrayBuffer(4)]) {
+    assert.throws(() => decoder.feed(wrong), TypeError);
+    assert.throws(() => [...session.feed(wrong)], TypeError);
+  }
+  const [{ frame }] = session.feed(camera);
+  assert.equal(md5(frame.pack()), cameraMd5[0]); // no harm was done
+  session.close();
+});
+
 test("options that there are not are refused", async (t) => {
   await assert.rejects(createDecoder({ deblockThreshold: 20 }), /deblockThreshold is 10 or 30/);
   await assert.rejects(openSession({ deblockThreshold: 20 }), /deblockThreshold is 10 or 30/);
