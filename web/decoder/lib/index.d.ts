@@ -12,6 +12,8 @@ export interface SessionOptions {
   fieldsStacked?: boolean;
   /** Chunks that are kept back so that `rate` is known from the first frame on. 0 unless told. */
   lookAhead?: number;
+  /** Frames tell of their macroblocks, which takes about half as long again. */
+  inspect?: boolean;
 }
 
 export interface DecoderOptions extends SessionOptions {
@@ -32,6 +34,20 @@ export interface Ratio {
   readonly denominator: number;
 }
 
+/** What a picture consists of. */
+export interface Macroblocks {
+  readonly columns: number;
+  readonly rows: number;
+  /** Of a vector, in a sample: 2 or 4. */
+  readonly vectorUnits: number;
+  /**
+   * 11 numbers per macroblock, row by row; none where the picture is not coded: the kind (0 not coded, 1 inter, 2 inter
+   * with four vectors, 3 inter by fields, 4 intra), the quantiser (0: none), the bits, and x and y of four vectors. By
+   * fields the first two count, that of the top and that of the bottom field.
+   */
+  readonly values: Int32Array;
+}
+
 /** A picture as planar 4:2:0, cropped to the stream's own size; chroma of odd sizes is rounded up. */
 export interface Frame {
   readonly type: "intra" | "predicted" | "not-coded";
@@ -46,6 +62,8 @@ export interface Frame {
   readonly interlacing: "progressive" | "top-first" | "bottom-first" | "mixed";
   /** Y, U and V. */
   readonly planes: readonly Plane[];
+  /** With the option `inspect`. */
+  readonly macroblocks?: Macroblocks;
 
   /** Copies Y, U and V to one array without gaps. */
   pack(): Uint8Array;

@@ -38,6 +38,7 @@ async function compile(source) {
   return WebAssembly.instantiateStreaming(source, imports);
 }
 
+const valuesPerMacroblock = 11;
 const types = [undefined, "intra", "predicted", "not-coded"];
 const hdHeight = 720; // from here on pictures are taken for BT.709, smaller ones for BT.601: a stream seldom tells
 const interlacings = { p: "progressive", t: "top-first", b: "bottom-first", m: "mixed" };
@@ -57,11 +58,13 @@ export class Session {
   #module;
   #session;
   #broken = false;
+  #inspects;
 
   constructor(module, options = {}) {
-    const { deblockThreshold = 10, intraOnly, deinterlace, fieldsStacked, lookAhead = 0 } = options;
+    const { deblockThreshold = 10, intraOnly, deinterlace, fieldsStacked, lookAhead = 0, inspect = false } = options;
     if (deblockThreshold !== 10 && deblockThreshold !== 30) throw new RangeError("deblockThreshold is 10 or 30");
     this.#module = module;
+    this.#inspects = inspect;
     const flags = (deblockThreshold > 10) | (!!intraOnly << 1) | (!!deinterlace << 2) | (!!fieldsStacked << 3);
     this.#session = module.WebOpen(flags, lookAhead);
   }
@@ -116,6 +119,8 @@ export class Session {
   #next() {
     const at = this.#module.WebNext(this.#session);
     if (at === 0) return undefined;
+    // First, for it may take memory, and views do not outlive that.
+    const macroblocks = this.#inspects ? this.#inspect() : undefined;
     const { buffer } = this.#module.memory;
     const view = new DataView(buffer, at, 124);
     const word = (offset) => view.getUint32(offset, true);
@@ -141,9 +146,17 @@ export class Session {
         aspect: { numerator: word(112), denominator: word(116) },
         interlacing: interlacings[String.fromCharCode(word(120))],
         planes,
+        ...(macroblocks && { macroblocks }),
       });
     }
     return result;
+  }
+
+  #inspect() {
+    const at = this.#module.WebInspect(this.#session);
+    const { buffer } = this.#module.memory;
+    const [columns, rows, vectorUnits, count, values] = new Uint32Array(buffer, at, 5);
+    return { columns, rows, vectorUnits, values: new Int32Array(buffer, values, count * valuesPerMacroblock).slice() };
   }
 }
 

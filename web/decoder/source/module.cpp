@@ -12,7 +12,9 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "host/inspection.h"
 #include "host/memory.h"
 #include "mp4vdec.hpp"
 
@@ -45,6 +47,15 @@ struct WebResult {
 static_assert(offsetof(WebResult, bytes) == 24 && offsetof(WebResult, planes) == 56);
 static_assert(offsetof(WebResult, rate) == 104 && offsetof(WebResult, interlacing) == 120);
 
+struct WebInspection {
+    uint32_t columns;
+    uint32_t rows;
+    uint32_t units_per_sample;  // of a vector
+    uint32_t count;
+    const int32_t* values;  // kind, quantiser, bits and four vectors of each macroblock
+};
+constexpr size_t kValuesPerMacroblock = 11;
+
 enum Option : uint32_t { kThreshold30 = 1, kIntraOnly = 2, kDeinterlace = 4, kFieldsStacked = 8 };
 
 struct WebSession {
@@ -54,6 +65,8 @@ struct WebSession {
     mp4v::Session::Results::Iterator at{};
     std::string error_name{};
     WebResult result{};
+    std::vector<int32_t> values{};
+    WebInspection inspection{};
 };
 
 void Describe(WebSession& web, const mp4v::Result& from) {
@@ -130,6 +143,20 @@ EMSCRIPTEN_KEEPALIVE const WebResult* WebNext(WebSession* web) {
     }
     Describe(*web, *web->at);
     return &web->result;
+}
+
+// What the picture of the latest result consists of, valid until the next call.
+EMSCRIPTEN_KEEPALIVE const WebInspection* WebInspect(WebSession* web) {
+    const mp4v::Inspection inspection = mp4v::Inspect(web->session);
+    web->values.clear();
+    for (const Mp4vMbView& mb : inspection.macroblocks) {
+        web->values.insert(web->values.end(), {mb.eKind, mb.u8Quant, static_cast<int32_t>(mb.u32Bits)});
+        for (const auto& mv : mb.aas32Mv) web->values.insert(web->values.end(), {mv[0], mv[1]});
+    }
+    const auto count = static_cast<uint32_t>(web->values.size() / kValuesPerMacroblock);
+    web->inspection = {inspection.vop.u32MbWidth, inspection.vop.u32MbHeight, inspection.vop.u8QuarterSample ? 4u : 2u,
+                       count, web->values.data()};
+    return &web->inspection;
 }
 
 // For Mp4vDecoderOpen().

@@ -54,6 +54,35 @@ test("a stream may come in pieces of any size", async (t) => {
   assert.deepEqual(await md5sOf(decoder, pieces(camera, 1000)), cameraMd5);
 });
 
+// As the native inspector tells it, whose macroblocks end where the encoder's stuffing begins.
+test("frames tell of their macroblocks when they are asked to", async (t) => {
+  const rotation = stream("o32_rotation_4mv.m4v");
+  const check = ({ columns, rows, vectorUnits, values }) => {
+    assert.deepEqual([columns, rows, vectorUnits, values.length], [22, 18, 2, 22 * 18 * 11]);
+    const column = (at) => values.filter((_, i) => i % 11 === at);
+    const [kinds, quants, bits] = [0, 1, 2].map(column);
+    assert.deepEqual([0, 1, 2].map((kind) => kinds.filter((value) => value === kind).length), [2, 252, 142]);
+    assert.deepEqual([...new Set(quants)].sort(), [0, 7]);
+    assert.equal(bits.reduce((sum, value) => sum + value), 28214);
+    assert.equal(bits.indexOf(Math.max(...bits)), 17 * 22 + 3);
+    assert.equal(Math.max(...bits), 547);
+    let longest = 0;
+    for (let i = 0; i < values.length; i += 11) {
+      for (let b = 3; b < 11; b += 2) longest = Math.max(longest, Math.hypot(values[i + b], values[i + b + 1]) / 2);
+    }
+    assert.equal(longest.toFixed(1), "12.8");
+  };
+  for (const simd of [true, false]) {
+    const session = await openSession({ inspect: true, simd });
+    check([...session.feed(rotation)][5].frame.macroblocks);
+    session.close();
+  }
+  const decoder = await closing(t, createDecoder({ inspect: true }));
+  check((await collect(decoder.feed(rotation)))[5].frame.macroblocks);
+  await decoder.reset();
+  assert.equal((await collect(decoder.feed(rotation)))[5].frame.macroblocks, undefined);
+});
+
 test("results tell where a chunk lies and what is in it", async (t) => {
   const session = await openSession({ lookAhead: 1 });
   const results = [...session.feed(camera), ...session.finish()];

@@ -5,6 +5,7 @@
 import { createDisplay } from "./display.js";
 import { MovieDecoder } from "./movie-decoder.js";
 import { readMovie } from "./movie.js";
+import { drawOverlay } from "./overlay.js";
 
 const element = (id) => document.getElementById(id);
 const display = createDisplay(element("picture"));
@@ -45,6 +46,7 @@ class Player {
     if (numerator && denominator) this.rate ??= numerator / denominator;
     display.show(frame);
     if (this.frame === undefined) this.frame = { ...frame };
+    this.shown = { width: frame.width, height: frame.height, macroblocks: frame.macroblocks };
     this.index = index;
     frame.close();
     onShown();
@@ -93,6 +95,13 @@ class Player {
       }
       if (held) this.#show(held.frame, held.index);
     });
+  }
+
+  /** Has frames tell of their macroblocks, or not, from the present one on. */
+  async inspect(wanted) {
+    if (this.decoder.inspect === wanted) return;
+    this.decoder.inspect = wanted;
+    await this.seek(this.index);
   }
 
   async play() {
@@ -164,6 +173,33 @@ function onShown() {
   element("time").textContent = text;
   element("position").setAttribute("aria-valuetext", text);
   markPosition();
+  showOverlay();
+}
+
+// Over the picture, wherever the page has put that.
+function showOverlay() {
+  const [overlay, picture] = [element("overlay"), element("picture")];
+  const what = element("show").value;
+  const macroblocks = player?.shown?.macroblocks;
+  overlay.hidden = !what || !macroblocks;
+  if (overlay.hidden) return element("key").replaceChildren();
+  for (const [side, value] of Object.entries({
+    left: picture.offsetLeft,
+    top: picture.offsetTop,
+    width: picture.clientWidth,
+    height: picture.clientHeight,
+  })) {
+    overlay.style[side] = `${value}px`;
+  }
+  const key = drawOverlay(overlay, what, macroblocks, player.shown);
+  element("key").replaceChildren(
+    ...key.map(([text, color]) => {
+      const entry = document.createElement("span");
+      entry.textContent = text;
+      entry.style.setProperty("--color", color);
+      return entry;
+    }),
+  );
 }
 
 function onError(error, index) {
@@ -187,6 +223,7 @@ async function open(file) {
   const decoder = await MovieDecoder.open(movie).catch((error) => say(`The decoder could not be loaded: ${error.message}.`));
   if (turn !== opening) return decoder?.close();
   if (!decoder) return;
+  decoder.inspect = element("show").value !== "";
   player = new Player(movie, decoder);
   element("position").max = player.last;
   const shown = await player.step();
@@ -353,7 +390,14 @@ document.addEventListener("drop", (event) => {
   const [file] = event.dataTransfer.files;
   if (file) void open(file);
 });
-addEventListener("resize", drawBits);
+element("show").addEventListener("change", async ({ target }) => {
+  await player?.inspect(target.value !== "");
+  showOverlay();
+});
+addEventListener("resize", () => {
+  drawBits();
+  showOverlay();
+});
 matchMedia("(prefers-color-scheme: dark)").addEventListener("change", drawBits);
 
 if (import.meta.env.PROD && "serviceWorker" in navigator) void navigator.serviceWorker.register("sw.js");

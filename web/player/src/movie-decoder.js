@@ -12,6 +12,9 @@ export class MovieDecoder {
     return new MovieDecoder(movie, await createDecoder({ lookAhead: 1 }));
   }
 
+  /** Whether frames tell of their macroblocks, from the next seek on. */
+  inspect = false;
+
   constructor(movie, decoder) {
     this.movie = movie;
     this.decoder = decoder;
@@ -28,7 +31,7 @@ export class MovieDecoder {
   async *resultsFrom(index) {
     const { header, units } = this.movie;
     const first = this.intraBefore(index);
-    await this.decoder.reset({ lookAhead: 1 });
+    await this.decoder.reset({ lookAhead: 1, inspect: this.inspect });
     const ends = [];
     let fed = header.length;
     let at = 0; // in ends

@@ -190,6 +190,59 @@ for (const [name, kind] of [
   });
 }
 
+test("what a picture consists of is shown over it", async (t) => {
+  const page = await visit(t);
+  await drop(page, "tests/streams/o32_rotation_4mv.m4v");
+  await page.waitForSelector("#player:not([hidden])");
+  await page.fill("#position", "5");
+  await page.waitForFunction(() => document.getElementById("time").textContent.includes("picture 6 of"));
+  const before = await canvasRgb(page);
+  assert.equal(await page.isVisible("#overlay"), false);
+  const choose = (what, key) =>
+    page
+      .selectOption("#show", what)
+      .then(() => page.waitForFunction((part) => document.getElementById("key").textContent.includes(part), key));
+  // Red, green, blue and alpha in the middle of a macroblock; and how many pixels are of a colour.
+  const at = (column, row) =>
+    page.evaluate(
+      ([x, y]) => {
+        const canvas = document.getElementById("overlay");
+        const [px, py] = [(x * 16 + 8) / 352, (y * 16 + 8) / 288];
+        return [...canvas.getContext("2d").getImageData(px * canvas.width, py * canvas.height, 1, 1).data];
+      },
+      [column, row],
+    );
+  await choose("types", "2 not coded252 inter142 inter 4V");
+  const [fourRed, fourGreen] = await at(2, 1);
+  assert.ok(fourGreen > fourRed + 80, "green: four vectors");
+  const [interRed, , interBlue] = await at(2, 2);
+  assert.ok(interBlue > interRed + 80, "blue: one vector");
+  assert.ok((await at(20, 1))[3] < 60, "hardly a tint: not coded");
+  const [overlay, picture] = await Promise.all(["#overlay", "#picture"].map((id) => page.locator(id).boundingBox()));
+  assert.deepEqual(overlay, picture);
+
+  await choose("vectors", "to where the block is predicted from");
+  const yellow = await page.evaluate(() => {
+    const canvas = document.getElementById("overlay");
+    const { data } = canvas.getContext("2d").getImageData(0, 0, canvas.width, canvas.height);
+    let count = 0;
+    for (let i = 0; i < data.length; i += 4) count += data[i] > 200 && data[i + 1] > 150 && data[i + 2] < 100;
+    return count;
+  });
+  assert.ok(yellow > 1000, `${yellow} pixels of arrows`);
+  await choose("quantiser", "quantiser 715");
+  await choose("bits", "bits 0547");
+  await page.click("#step");
+  await page.waitForFunction(() => document.getElementById("time").textContent.includes("picture 7 of"));
+  assert.equal(await page.isVisible("#overlay"), true);
+  await page.fill("#position", "5");
+  await page.waitForFunction(() => document.getElementById("time").textContent.includes("picture 6 of"));
+  await page.selectOption("#show", "");
+  await page.waitForFunction(() => document.getElementById("overlay").hidden);
+  assert.equal(await page.textContent("#key"), "");
+  assertClose(await canvasRgb(page), before);
+});
+
 test("it plays at its own pace, and at half of it when told", async (t) => {
   const page = await visit(t, { clock: true }); // time goes on only when it is told to
   await drop(page, "tests/streams/o02_qcif_camera_q8.m4v");
