@@ -16,7 +16,8 @@ import { md5, recordedMd5 } from "../../decoder/test/support.js";
 const root = fileURLToPath(new URL("../../..", import.meta.url));
 const browserPath = process.env.CHROMIUM ?? "/usr/bin/chromium";
 // Without a sandbox, for root has none; nothing but these pages is loaded.
-const browserOptions = { executablePath: browserPath, args: ["--no-sandbox"] };
+// Drawn by the processor where there is no other way; trusted for the same reason.
+const browserOptions = { executablePath: browserPath, args: ["--no-sandbox", "--enable-unsafe-swiftshader"] };
 let server, address, browser;
 
 before(async () => {
