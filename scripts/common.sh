@@ -52,13 +52,13 @@ need() {
         die "These packages could not be installed: ${missing[*]}"
 }
 
-# preset NAME: configures, builds and tests
+# preset NAME [TEST]: configures, builds and tests; all, or what TEST_test.cpp has
 preset() {
-    say "preset $1"
+    say "preset $1${2:+, $2}"
     (
         cd "$root"
         cmake --preset "$1" --log-level=WARNING
-        cmake --build --preset "$1" --parallel "$jobs"
-        ctest --preset "$1" --parallel "$jobs" --timeout 900
+        cmake --build --preset "$1" --parallel "$jobs" ${2:+--target "$2_test"}
+        ctest --preset "$1" --parallel "$jobs" --timeout 900 ${2:+--tests-regex "^$2" --no-tests=error}
     )
 }
