@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cstring>
 #include <deque>
-#include <vector>
 
 #include "gst/element.h"
+#include "host/settings.h"
 #include "host/start_code.h"
 #include "host/status.h"
 #include "mp4vdec.h"
@@ -17,8 +17,6 @@
 namespace mp4v {
 namespace {
 
-constexpr guint kLowThreshold = 10;
-constexpr uint32_t kDeblockAboveThirty = 3;
 constexpr uint32_t kIntra = 0;
 constexpr uint32_t kPredicted = 1;
 // A B-picture or a layer out of the supported subset may be a damaged header; two of them are what the stream is.
@@ -47,18 +45,6 @@ class BufferMap {
     GstMapInfo map_{};
     const bool mapped_;
 };
-
-std::vector<ExtensionRecord> Records(const ElementSettings& settings) {
-    if (!settings.fields_stacked) return {};
-    return {FieldsStacked()};
-}
-
-uint32_t ControlFlags(const ElementSettings& settings, bool hide) {
-    uint32_t flags = settings.deblock_threshold > kLowThreshold ? kDeblockAboveThirty : 0;
-    if (settings.deinterlace) flags |= MP4VDEC_CTRL_DEINTERLACE;
-    if (hide) flags |= MP4VDEC_CTRL_INTRA_ONLY;
-    return flags;
-}
 
 bool LooksTheSame(const VolHeader& a, const VolHeader& b) {
     return a.width == b.width && a.height == b.height && a.interlaced == b.interlaced &&
@@ -94,7 +80,7 @@ bool IsOutsideOfSubset(uint32_t status) {
 Decoding::Decoding(GstVideoDecoder* element, const ElementSettings& settings)
     : element_(element),
       settings_(settings),
-      extensions_(Records(settings)),
+      extensions_(ExtensionRecords(settings)),
       decoder_({.ext_param = extensions_.param()}),
       input_(nullptr, gst_video_codec_state_unref) {}
 
@@ -272,7 +258,9 @@ bool Decoding::ShowsIntraOnly() const {
 }
 
 DecodeResult Decoding::Decode(const Input& input, std::span<uint8_t> memory, bool hide) {
-    decoder_.set_control_flags(ControlFlags(settings_, hide));
+    ElementSettings settings = settings_;
+    settings.intra_only = hide;
+    decoder_.set_control_flags(ControlFlags(settings));
     return decoder_.DecodeInto(memory, input.bytes);
 }
 

@@ -21,13 +21,8 @@
 
 namespace mp4v {
 
-/** The element's properties. */
-struct ElementSettings {
-    guint deblock_threshold = 10;
-    bool deinterlace = false;
-    bool fields_stacked = false;
-    bool intra_only = false;
-};
+/** The element's properties are some of a session's options. */
+using ElementSettings = SessionOptions;
 
 /**
  * What the element does with one stream, from start to stop. What does not say otherwise is called from the

@@ -7,6 +7,7 @@
 #include "host/chunk_decoder.h"
 #include "host/inspection.h"
 #include "host/low_memory.h"
+#include "host/settings.h"
 #include "host/splitter.h"
 #include "host/status.h"
 #include "host/video_format.h"
@@ -15,21 +16,6 @@
 
 namespace mp4v {
 namespace {
-
-constexpr unsigned kLowThreshold = 10;
-constexpr uint32_t kDeblockAboveThirty = 3;
-
-uint32_t ControlFlags(const SessionOptions& options) {
-    uint32_t flags = options.deblock_threshold > kLowThreshold ? kDeblockAboveThirty : 0;
-    if (options.intra_only) flags |= MP4VDEC_CTRL_INTRA_ONLY;
-    if (options.deinterlace) flags |= MP4VDEC_CTRL_DEINTERLACE;
-    return flags;
-}
-
-std::vector<ExtensionRecord> Records(const SessionOptions& options) {
-    if (!options.fields_stacked) return {};
-    return {FieldsStacked()};
-}
 
 Error ErrorOf(const Chunk& chunk, const DecodeResult& decoded) {
     if (decoded.status != MP4VDEC_OK) return {decoded.status, ExplainStatus(decoded.status)};
@@ -51,7 +37,7 @@ struct Session::State {
     explicit State(const SessionOptions& options)
         : look_ahead(options.look_ahead),
           headers_only(options.headers_only),
-          extensions(Records(options)),
+          extensions(ExtensionRecords(options)),
           decoder({.control_flags = ControlFlags(options), .ext_param = extensions.param()}) {}
 
     bool Next();
