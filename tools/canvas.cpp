@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "tools/file.h"
 

@@ -153,7 +153,7 @@ void InspectRun::AddPoint(const Result& result, const Inspection& inspection) {
 
 std::string InspectRun::Title() const {
     std::string title = FileName(options_.input) + ", picture " + std::to_string(facts_.picture) + " (" +
-                        (inspection_.vop.u8NotCoded ? "not coded" : std::string(1, TypeOf(inspection_.vop))) + ")";
+                        TypeName(inspection_.vop) + ")";
     if (facts_.seconds) title += " at " + TimeCode(*facts_.seconds);
     title += ", " + std::to_string(facts_.bytes * 8) + " bits";
     if (facts_.error) title += ", " + facts_.error.name();

@@ -36,10 +36,6 @@ std::string OneDecimal(double value) {
     return text;
 }
 
-const char* TypeName(const Mp4vVopView& vop) {
-    return vop.u8NotCoded ? "not coded" : vop.u8Predicted ? "P" : "I";
-}
-
 std::string KindsText(const Inspection& inspection) {
     std::array<size_t, kKinds.size()> count{};
     for (const Mp4vMbView& mb : inspection.macroblocks) count[mb.eKind]++;
@@ -99,6 +95,10 @@ Json MacroblockJson(const Mp4vMbView& mb) {
 
 std::string KindName(Mp4vMbKind kind) {
     return kKinds[kind];
+}
+
+const char* TypeName(const Mp4vVopView& vop) {
+    return vop.u8NotCoded ? "not coded" : vop.u8Predicted ? "P" : "I";
 }
 
 char TypeOf(const Mp4vVopView& vop) {

@@ -16,7 +16,9 @@ namespace mp4v {
 /** "inter 4V" and the like. */
 std::string KindName(Mp4vMbKind kind);
 
-/** I, P, or N for one that is not coded. */
+/** "I", "P" or "not coded". */
+const char* TypeName(const Mp4vVopView& vop);
+/** The same as I, P or N. */
 char TypeOf(const Mp4vVopView& vop);
 
 /** Quantisers of the macroblocks that have one. */
